@@ -1,0 +1,84 @@
+// The "locked" attribute of an item on Linux: the immutable inode flag.
+#if !defined(__linux__)
+#error "fs_locked_linux.cpp is the Linux backend; macOS uses UF_IMMUTABLE in mac/fs_ops_mac.mm"
+#endif
+
+#include "platform/fs_catalog.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace platform {
+namespace catalog {
+
+namespace {
+
+// Errors that mean "this file system keeps no such flag".
+bool FlagsUnsupported(int error) {
+  return error == ENOTTY || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
+}
+
+class ScopedFd {
+public:
+  explicit ScopedFd(int fd) : fd_(fd) {}
+  ~ScopedFd() {
+    if (fd_ >= 0) {
+      close(fd_);
+    }
+  }
+  ScopedFd(const ScopedFd&) = delete;
+  ScopedFd& operator=(const ScopedFd&) = delete;
+  int get() const { return fd_; }
+
+private:
+  int fd_;
+};
+
+int OpenForFlags(const std::string& path) {
+  return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
+}
+
+} // namespace
+
+OSErr ReadLocked(const std::string& path, bool is_directory_or_file, bool& locked) {
+  locked = false;
+  // Only files and folders carry the flag; opening a device or a fifo to ask
+  // could have side effects.
+  if (!is_directory_or_file) {
+    return kNoErr;
+  }
+  const ScopedFd fd(OpenForFlags(path));
+  if (fd.get() < 0) {
+    // An item this process may not open cannot be asked; it is treated as
+    // unlocked, and any later change to it reports its own error.
+    return kNoErr;
+  }
+  int flags = 0;
+  if (ioctl(fd.get(), FS_IOC_GETFLAGS, &flags) != 0) {
+    return FlagsUnsupported(errno) ? kNoErr : OSErrFromErrno(errno);
+  }
+  locked = (flags & FS_IMMUTABLE_FL) != 0;
+  return kNoErr;
+}
+
+OSErr WriteLocked(const std::string& path, bool locked) {
+  const ScopedFd fd(OpenForFlags(path));
+  if (fd.get() < 0) {
+    return OSErrFromErrno(errno);
+  }
+  int flags = 0;
+  if (ioctl(fd.get(), FS_IOC_GETFLAGS, &flags) != 0) {
+    return (FlagsUnsupported(errno) && !locked) ? kNoErr : OSErrFromErrno(errno);
+  }
+  const int wanted = locked ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
+  if (wanted == flags) {
+    return kNoErr;
+  }
+  return ioctl(fd.get(), FS_IOC_SETFLAGS, &wanted) == 0 ? kNoErr : OSErrFromErrno(errno);
+}
+
+} // namespace catalog
+} // namespace platform

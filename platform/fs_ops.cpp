@@ -1,0 +1,239 @@
+// File-system operations built on the catalog primitives, the same on every
+// system.
+#include "platform/fs_ops.h"
+
+#include "platform/fs_catalog.h"
+#include "platform/paths.h"
+#include "platform/utf8.h"
+
+#include <memory>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace platform {
+
+namespace {
+
+constexpr uint16_t kDefaultFolderMode = 0775;
+constexpr uint16_t kDefaultFileMode = 0664;
+
+bool IsFolder(const FileRef& ref) {
+  uint16_t flags = 0;
+  return catalog::GetNodeFlags(ref, flags) == kNoErr && (flags & kNodeIsDirectoryMask) != 0;
+}
+
+OSErr Unlock(const FileRef& ref, uint16_t flags) {
+  if ((flags & kNodeLockedMask) == 0) {
+    return kNoErr;
+  }
+  return catalog::SetNodeFlags(ref, static_cast<uint16_t>(flags & ~kNodeLockedMask));
+}
+
+// Deletes everything inside `folder`, depth first, without recursion so that
+// no tree is too deep for the stack. A locked item is unlocked before it is
+// deleted; a locked folder before its contents are, since a locked folder's
+// entries cannot be removed.
+OSErr DeleteFolderContents(const FileRef& folder) {
+  struct Level {
+    FileRef folder;
+    std::unique_ptr<catalog::FolderIterator> items;
+  };
+  std::vector<Level> levels;
+  levels.push_back({folder, nullptr});
+  OSErr err = catalog::OpenIterator(folder, levels.back().items);
+  while (err == kNoErr && !levels.empty()) {
+    FileRef item;
+    uint16_t flags = 0;
+    err = levels.back().items->Next(item, flags);
+    if (err == kNoMoreItemsErr) {
+      // This folder is empty now; delete it unless it is the top one, which
+      // the caller deletes.
+      const FileRef emptied = levels.back().folder;
+      levels.pop_back();
+      err = levels.empty() ? kNoMoreItemsErr : catalog::DeleteObject(emptied);
+      continue;
+    }
+    if (err != kNoErr) {
+      break;
+    }
+    err = Unlock(item, flags);
+    if (err != kNoErr) {
+      break;
+    }
+    if (flags & kNodeIsDirectoryMask) {
+      levels.push_back({item, nullptr});
+      err = catalog::OpenIterator(item, levels.back().items);
+    } else {
+      err = catalog::DeleteObject(item);
+    }
+  }
+  return err == kNoMoreItemsErr ? kNoErr : err;
+}
+
+// A file the caller owns (or shares a group with) must carry the matching
+// write bit before the caller may delete it; root may always. This looks at
+// the file's own mode, not its folder's.
+bool CallerMayDelete(const std::string& path) {
+  const uid_t uid = geteuid();
+  struct stat info;
+  if (uid == 0 || ::lstat(path.c_str(), &info) != 0) {
+    return true;
+  }
+  if (uid == info.st_uid) {
+    return (info.st_mode & S_IWUSR) != 0;
+  }
+  if (getegid() == info.st_gid) {
+    return (info.st_mode & S_IWGRP) != 0;
+  }
+  return true;
+}
+
+} // namespace
+
+bool PathToFSRef(const std::string& path, FileRef& ref) {
+  return catalog::Resolve(path, /*follow_final_link=*/true, ref) == kNoErr;
+}
+
+bool IsPathFSRefable(const std::string& path) {
+  FileRef ref;
+  return PathToFSRef(path, ref);
+}
+
+bool MakeDirectoryPath(const std::string& path) {
+  const std::string parent_path = DirName(path);
+  if (parent_path == path) {
+    return false;
+  }
+  FileRef parent;
+  if (!PathToFSRef(parent_path, parent) && !MakeDirectoryPath(parent_path)) {
+    return false;
+  }
+  if (!PathToFSRef(parent_path, parent)) {
+    return false;
+  }
+  const std::string leaf = BaseName(path);
+  if (!IsValidUtf8(leaf)) {
+    return false;
+  }
+  catalog::Permissions inherited;
+  const bool have_parent_permissions = catalog::GetPermissions(parent, inherited) == kNoErr;
+  FileRef created;
+  const OSErr err = catalog::CreateDirectory(parent, leaf, created);
+  // Only a folder made here takes the parent's mode, owner and group; one
+  // that already existed keeps its own. Failures to copy them are ignored:
+  // the folder exists and is usable either way.
+  if (err == kNoErr && have_parent_permissions) {
+    (void)catalog::SetMode(created, inherited.mode);
+    (void)catalog::SetOwnership(created, inherited.owner, inherited.group);
+    // Changing the owner may clear set-id bits; the mode is the parent's.
+    (void)catalog::SetMode(created, inherited.mode);
+  }
+  if (err == kDuplicateNameErr) {
+    // Only an existing folder counts; a file of that name is in the way.
+    FileRef existing;
+    return PathToFSRef(path, existing) && IsFolder(existing);
+  }
+  return err == kNoErr;
+}
+
+bool SetDefaultPermissions(const std::string& path) {
+  FileRef ref;
+  const bool folder = PathToFSRef(path, ref) && IsFolder(ref);
+  const mode_t mode = folder ? kDefaultFolderMode : kDefaultFileMode;
+  return ::chmod(path.c_str(), mode) == 0;
+}
+
+bool AddPermissionBits(const std::string& path, uint16_t bits) {
+  FileRef ref;
+  catalog::Permissions permissions;
+  if (!PathToFSRef(path, ref) || catalog::GetPermissions(ref, permissions) != kNoErr) {
+    return false;
+  }
+  return catalog::SetMode(ref, static_cast<uint16_t>(permissions.mode | bits)) == kNoErr;
+}
+
+bool GetPermissionBits(const std::string& path, uint16_t& mode) {
+  FileRef ref;
+  catalog::Permissions permissions;
+  if (!PathToFSRef(path, ref) || catalog::GetPermissions(ref, permissions) != kNoErr) {
+    return false;
+  }
+  mode = permissions.mode;
+  return true;
+}
+
+bool GetModificationDate(const std::string& path, uint64_t& date) {
+  FileRef ref;
+  uint64_t modified = 0;
+  if (!PathToFSRef(path, ref) || catalog::GetContentModificationDate(ref, modified) != kNoErr) {
+    return false;
+  }
+  date = modified;
+  return true;
+}
+
+bool DeletePath(const std::string& path) {
+  // A final symbolic link is deleted itself, never the tree it points to.
+  // Only an item that is not there counts as deleted; one that cannot be
+  // looked at (a folder on the way not searchable) is a failure.
+  FileRef ref;
+  const OSErr resolved = catalog::Resolve(path, /*follow_final_link=*/false, ref);
+  if (resolved == kFileNotFoundErr || resolved == kDirNotFoundErr) {
+    return true;
+  }
+  if (resolved != kNoErr) {
+    return false;
+  }
+  if (IsFolder(ref)) {
+    return DeleteFolderTree(ref) == kNoErr;
+  }
+  if (CheckWritable(ref) != kNoErr || !CallerMayDelete(path)) {
+    return false;
+  }
+  return ::remove(path.c_str()) == 0;
+}
+
+OSErr DeleteFolderTree(const FileRef& ref) {
+  uint16_t flags = 0;
+  OSErr err = catalog::GetNodeFlags(ref, flags);
+  if (err != kNoErr) {
+    return err;
+  }
+  if ((flags & kNodeIsDirectoryMask) == 0) {
+    return kDirNotFoundErr;
+  }
+  err = Unlock(ref, flags);
+  if (err == kNoErr) {
+    err = DeleteFolderContents(ref);
+  }
+  if (err != kNoErr) {
+    return err;
+  }
+  return catalog::DeleteObject(ref);
+}
+
+OSErr CheckWritable(const FileRef& ref) {
+  uint16_t flags = 0;
+  OSErr err = catalog::GetNodeFlags(ref, flags);
+  if (err != kNoErr) {
+    return err;
+  }
+  if (flags & kNodeLockedMask) {
+    return kFileLockedErr;
+  }
+  uint16_t volume_flags = 0;
+  err = catalog::GetVolumeFlags(ref, volume_flags);
+  if (err != kNoErr) {
+    return err;
+  }
+  if (volume_flags & catalog::kVolumeHardwareLockedMask) {
+    return kHardwareVolumeLockedErr;
+  }
+  if (volume_flags & catalog::kVolumeSoftwareLockedMask) {
+    return kVolumeLockedErr;
+  }
+  return kNoErr;
+}
+
+} // namespace platform

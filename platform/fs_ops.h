@@ -1,0 +1,80 @@
+// File-system operations on the catalog level: folder trees that inherit
+// their parent's permissions and owner, permission bits, modification dates,
+// and deletion of files and whole trees that unlocks locked items on the way.
+//
+// Results that carry a reason use the macOS `OSErr` numbers on every system,
+// so that callers and logs read the same everywhere.
+#ifndef ORU_PLATFORM_FS_OPS_H
+#define ORU_PLATFORM_FS_OPS_H
+
+#include <cstdint>
+#include <string>
+
+namespace platform {
+
+using OSErr = int16_t;
+
+constexpr OSErr kNoErr = 0;
+constexpr OSErr kDirFullErr = -33;
+constexpr OSErr kDiskFullErr = -34;
+constexpr OSErr kIOErr = -36;
+constexpr OSErr kBadNameErr = -37;
+constexpr OSErr kFileNotFoundErr = -43;
+constexpr OSErr kHardwareVolumeLockedErr = -44;
+constexpr OSErr kFileLockedErr = -45;
+constexpr OSErr kVolumeLockedErr = -46;
+constexpr OSErr kFileBusyErr = -47;
+constexpr OSErr kDuplicateNameErr = -48;
+constexpr OSErr kParamErr = -50;
+constexpr OSErr kPermErr = -54;
+constexpr OSErr kMemFullErr = -108;
+constexpr OSErr kDirNotFoundErr = -120;
+constexpr OSErr kNoMoreItemsErr = -1417;
+constexpr OSErr kAccessDeniedErr = -5000;
+
+// Node flags of an item.
+constexpr uint16_t kNodeLockedMask = 0x0001;
+constexpr uint16_t kNodeIsDirectoryMask = 0x0010;
+
+// A resolved, existing item.
+struct FileRef {
+  std::string path;
+};
+
+// Resolves a path (following a final symbolic link) to an existing item.
+bool PathToFSRef(const std::string& path, FileRef& ref);
+
+// True if the path resolves, that is, the item exists.
+bool IsPathFSRefable(const std::string& path);
+
+// Creates the folder and its missing parents; each new folder takes its
+// parent's mode, owner and group. An existing folder succeeds; "/" and a
+// name without any "/" fail.
+bool MakeDirectoryPath(const std::string& path);
+
+// chmod to 0775 for a folder and 0664 for anything else (also a missing path).
+bool SetDefaultPermissions(const std::string& path);
+
+// ORs `bits` into the item's permission mode.
+bool AddPermissionBits(const std::string& path, uint16_t bits);
+
+// The item's 16-bit mode as the catalog reports it (type and permission bits).
+bool GetPermissionBits(const std::string& path, uint16_t& mode);
+
+// The content-modification date. The unit (nanoseconds since 1970 here) is
+// only promised to grow with every later modification.
+bool GetModificationDate(const std::string& path, uint64_t& date);
+
+// Deletes a file, or a folder with everything in it. A missing path succeeds.
+bool DeletePath(const std::string& path);
+
+// Deletes a folder and its contents, unlocking locked items.
+OSErr DeleteFolderTree(const FileRef& ref);
+
+// kNoErr, or why the item cannot be changed: kFileLockedErr for a locked
+// item, kHardwareVolumeLockedErr / kVolumeLockedErr for a locked volume.
+OSErr CheckWritable(const FileRef& ref);
+
+} // namespace platform
+
+#endif // ORU_PLATFORM_FS_OPS_H
