@@ -1,0 +1,196 @@
+#include "esd/expat_dom_builder.h"
+
+#include "esd/esd_streams.h"
+
+#include <ios>
+#include <new>
+#include <sys/stat.h>
+
+namespace esd {
+
+namespace {
+
+bool IsRegularFileOrMissing(const std::string& path) {
+  struct stat info;
+  return ::stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode);
+}
+
+} // namespace
+
+template <typename Node> ExpatDOMBuilder<Node>::~ExpatDOMBuilder() {
+  Clear();
+}
+
+template <typename Node>
+bool ExpatDOMBuilder<Node>::Create(const char* encoding, const char* namespace_separator) {
+  Clear();
+  parser_ = XML_ParserCreate_MM(encoding, nullptr, namespace_separator);
+  if (!parser_) {
+    return false;
+  }
+  XML_SetUserData(parser_, this);
+  try {
+    document_ = std::make_unique<Node>(std::string());
+    document_->isDocument = true;
+    document_->SetAttributeData("version", "1.0");
+    document_->SetAttributeData("encoding", "UTF-8");
+    nodeStack_.push(document_.get());
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  XML_SetStartElementHandler(parser_, &OnStartElement);
+  XML_SetEndElementHandler(parser_, &OnEndElement);
+  XML_SetCharacterDataHandler(parser_, &OnCharacterData);
+  XML_SetXmlDeclHandler(parser_, &OnDeclarationInstruction);
+  return true;
+}
+
+template <typename Node>
+bool ExpatDOMBuilder<Node>::ParseFile(const std::string& path, bool result_if_no_data) {
+  // Only a regular file holds data. A folder or a fifo at the path is not
+  // opened at all: reading a fifo could block for ever, and a caller that
+  // removes unreadable files must never be told a folder failed to parse.
+  if (!IsRegularFileOrMissing(path)) {
+    return result_if_no_data;
+  }
+  ESDifstream file(path, "rb", std::ios::binary | std::ios::ate);
+  std::ifstream& in = *file.stream();
+  if (!file.is_open()) {
+    return result_if_no_data;
+  }
+  in.seekg(0, std::ios::end);
+  const std::streamoff size = in.fail() ? 0 : static_cast<std::streamoff>(in.tellg());
+  if (in.fail() || size <= 0) {
+    file.close();
+    return result_if_no_data;
+  }
+  if (!parser_ || static_cast<uint64_t>(size) > kMaxFileBytes) {
+    file.close();
+    return false;
+  }
+  in.seekg(0, std::ios::beg);
+
+  bool result = true;
+  uint64_t total = 0;
+  while (in.good() && result) {
+    void* buffer = XML_GetBuffer(parser_, static_cast<int>(kChunkBytes));
+    if (!buffer) {
+      result = false;
+      break;
+    }
+    in.read(static_cast<char*>(buffer), static_cast<std::streamsize>(kChunkBytes));
+    const std::streamsize got = in.gcount();
+    total += static_cast<uint64_t>(got);
+    if (total > kMaxFileBytes) {
+      result = false; // the file grew past the limit while being read
+      break;
+    }
+    const bool final_chunk = in.fail() || in.bad();
+    result = XML_ParseBuffer(parser_, static_cast<int>(got), final_chunk) == XML_STATUS_OK &&
+             PendingMarkupBytes() <= kMaxMarkupBytes;
+  }
+  file.close();
+  return result;
+}
+
+template <typename Node> void ExpatDOMBuilder<Node>::Clear() {
+  if (parser_) {
+    XML_ParserFree(parser_);
+    parser_ = nullptr;
+  }
+  while (!nodeStack_.empty()) {
+    nodeStack_.pop();
+  }
+  document_.reset();
+  inElement_ = false;
+  nodeCount_ = 0;
+  stopped_ = false;
+}
+
+template <typename Node> int ExpatDOMBuilder<Node>::PendingMarkupBytes() const {
+  int offset = 0;
+  int size = 0;
+  if (!XML_GetInputContext(parser_, &offset, &size)) {
+    return 0;
+  }
+  return size - offset;
+}
+
+template <typename Node> void ExpatDOMBuilder<Node>::Stop() {
+  stopped_ = true;
+  XML_StopParser(parser_, XML_FALSE);
+}
+
+template <typename Node>
+void ExpatDOMBuilder<Node>::StartElement(const XML_Char* name, const XML_Char** attributes) {
+  if (++nodeCount_ > kMaxNodes) {
+    Stop();
+    return;
+  }
+  Node* parent = nodeStack_.top();
+  inElement_ = true;
+  auto node = std::make_unique<Node>(name);
+  Node* added = node.get();
+  parent->AddChild(node.release());
+  nodeStack_.push(added);
+  for (const XML_Char** pair = attributes; pair && pair[0]; pair += 2) {
+    added->SetAttributeData(pair[0], pair[1]);
+  }
+}
+
+template <typename Node>
+void XMLCALL ExpatDOMBuilder<Node>::OnStartElement(void* user_data, const XML_Char* name,
+                                                   const XML_Char** attributes) {
+  auto* builder = static_cast<ExpatDOMBuilder*>(user_data);
+  if (builder->stopped_) {
+    return;
+  }
+  // No exception may cross the parser's C frames; running out of memory
+  // ends the parse with an error instead.
+  try {
+    builder->StartElement(name, attributes);
+  } catch (const std::bad_alloc&) {
+    builder->Stop();
+  }
+}
+
+template <typename Node>
+void XMLCALL ExpatDOMBuilder<Node>::OnEndElement(void* user_data, const XML_Char* /*name*/) {
+  auto* builder = static_cast<ExpatDOMBuilder*>(user_data);
+  if (builder->stopped_) {
+    return;
+  }
+  builder->inElement_ = false;
+  builder->nodeStack_.pop();
+}
+
+template <typename Node>
+void XMLCALL ExpatDOMBuilder<Node>::OnCharacterData(void* user_data, const XML_Char* text,
+                                                    int length) {
+  auto* builder = static_cast<ExpatDOMBuilder*>(user_data);
+  if (builder->stopped_ || !builder->inElement_) {
+    return;
+  }
+  try {
+    builder->nodeStack_.top()->AppendData(std::string(text, static_cast<size_t>(length)));
+  } catch (const std::bad_alloc&) {
+    builder->Stop();
+  }
+}
+
+template <typename Node>
+void XMLCALL ExpatDOMBuilder<Node>::OnDeclarationInstruction(void* user_data,
+                                                             const XML_Char* version,
+                                                             const XML_Char* /*encoding*/,
+                                                             int /*standalone*/) {
+  auto* builder = static_cast<ExpatDOMBuilder*>(user_data);
+  if (!version) {
+    return;
+  }
+  builder->document_->SetAttributeData("version", version);
+  builder->document_->SetAttributeData("encoding", "UTF-8");
+}
+
+template class ExpatDOMBuilder<XMLDocumentNode>;
+
+} // namespace esd

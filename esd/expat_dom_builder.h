@@ -1,0 +1,79 @@
+// Reads an XML file into a tree of nodes with expat.
+//
+// Text between a start tag and the next tag of any kind belongs to the
+// element that start tag opened; text after an end tag is dropped. The
+// document node always claims encoding "UTF-8", whatever the file declares.
+#ifndef ORU_ESD_EXPAT_DOM_BUILDER_H
+#define ORU_ESD_EXPAT_DOM_BUILDER_H
+
+#include "esd/xml_node.h"
+
+#include <boost/noncopyable.hpp>
+#include <cstdint>
+#include <deque>
+#include <expat.h>
+#include <memory>
+#include <stack>
+#include <string>
+
+namespace esd {
+
+template <typename Node> class ExpatDOMBuilder : private boost::noncopyable {
+public:
+  // Bytes read from the file per call to the parser.
+  static constexpr size_t kChunkBytes = 1024;
+  // Limits that keep a hostile or broken file from taking the process's
+  // memory: a larger file, or one with more elements, does not parse.
+  static constexpr uint64_t kMaxFileBytes = 16 * 1024 * 1024;
+  static constexpr size_t kMaxNodes = 1000000;
+  // Longest single piece of markup (a tag with its attributes, a comment, a
+  // declaration). The parser scans an unfinished piece again with every
+  // chunk, so without a bound one huge tag costs time quadratic in its
+  // length. Character data is handed out piecewise and has no such bound.
+  static constexpr int kMaxMarkupBytes = 64 * 1024;
+
+  ExpatDOMBuilder() = default;
+  virtual ~ExpatDOMBuilder();
+
+  // Starts a new, empty document (version "1.0", encoding "UTF-8") and a
+  // parser for it. Either argument may be null.
+  bool Create(const char* encoding, const char* namespace_separator);
+
+  // Parses the file into the document made by Create. A file that cannot be
+  // opened, or is empty, gives `result_if_no_data`. On a parse error the
+  // tree built so far stays until the next Clear.
+  bool ParseFile(const std::string& path, bool result_if_no_data);
+
+  // Frees the parser and the document; nodes handed out before are gone.
+  void Clear();
+
+  Node* GetDocument() const { return document_.get(); }
+
+private:
+  static void XMLCALL OnStartElement(void* user_data, const XML_Char* name,
+                                     const XML_Char** attributes);
+  static void XMLCALL OnEndElement(void* user_data, const XML_Char* name);
+  static void XMLCALL OnCharacterData(void* user_data, const XML_Char* text, int length);
+  static void XMLCALL OnDeclarationInstruction(void* user_data, const XML_Char* version,
+                                               const XML_Char* encoding, int standalone);
+
+  void StartElement(const XML_Char* name, const XML_Char** attributes);
+  // Bytes the parser holds of a piece of markup it has not finished.
+  int PendingMarkupBytes() const;
+  // Ends the parse with an error; callbacks that expat still delivers
+  // afterwards are ignored.
+  void Stop();
+
+  std::unique_ptr<Node> document_;
+  std::stack<Node*, std::deque<Node*>> nodeStack_;
+  bool inElement_ = false;
+  XML_Parser parser_ = nullptr;
+  size_t nodeCount_ = 0;
+  bool stopped_ = false;
+};
+
+extern template class ExpatDOMBuilder<XMLDocumentNode>;
+
+} // namespace esd
+
+#endif // ORU_ESD_EXPAT_DOM_BUILDER_H

@@ -1,0 +1,127 @@
+// The in-memory XML tree of the preferences store.
+//
+// A node owns its children. No operation on a tree recurses on its depth:
+// destruction and the writer walk with explicit stacks, so a document of any
+// depth cannot exhaust the process stack.
+#ifndef ORU_ESD_XML_NODE_H
+#define ORU_ESD_XML_NODE_H
+
+#include "esd/change_type.h"
+
+#include <boost/noncopyable.hpp>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <typeinfo>
+#include <utility>
+#include <vector>
+
+namespace esd {
+
+class XMLDocumentNode : private boost::noncopyable {
+public:
+  using Attribute = std::pair<std::string, std::string>;
+
+  explicit XMLDocumentNode(const std::string& node_name);
+
+  // Destroys the whole subtree, each node through its own (virtual)
+  // destructor, parents before their children and children in order.
+  virtual ~XMLDocumentNode();
+
+  virtual void SetData(const std::string& text);
+  virtual void AppendData(const std::string& text);
+  // On a document node, "version" goes to the `version` field.
+  virtual void SetAttributeData(const std::string& attribute, const std::string& value);
+  // Takes ownership; a null node is ignored.
+  virtual void AddChild(XMLDocumentNode* child);
+  // Destroys the first child equal to `child`; false when it is no child.
+  virtual bool RemoveChild(XMLDocumentNode* child);
+  // An empty hook that nothing calls, kept so that every program sharing
+  // these trees sees the same set of operations.
+  virtual void Complete();
+  virtual std::string GetData() const;
+  virtual std::string GetName() const;
+  // Every attribute, in ascending name order.
+  virtual std::vector<Attribute> GetAttributes() const;
+
+  std::string version;
+  std::map<std::string, std::string> attributes;
+  std::vector<std::unique_ptr<XMLDocumentNode>> children;
+  std::string data;
+  std::string name;
+  bool isDocument = false;
+};
+
+// Answers whether a node has the wanted name. The node's name must be one
+// word (see ChangeDiffTypeImpl<const std::string, std::string>), so a name
+// that is empty or holds white space never matches.
+template <typename Name, typename Equal> class NodeName_t {
+public:
+  explicit NodeName_t(Name wanted) : wanted_(std::move(wanted)) {}
+
+  bool operator()(const XMLDocumentNode* node) const {
+    if (!node) {
+      return false;
+    }
+    std::string converted;
+    if (!ChangeDiffTypeImpl<const std::string, std::string>::ChangeType(node->GetName(),
+                                                                        converted)) {
+      return false;
+    }
+    return equal_(converted, wanted_);
+  }
+
+private:
+  Name wanted_;
+  Equal equal_;
+};
+
+using NodeName = NodeName_t<std::string, std::equal_to<std::string>>;
+
+// A list of nodes it does not own.
+template <typename Node> class SearchResult {
+public:
+  explicit SearchResult(Node* node) : nodes_{node} {}
+  virtual ~SearchResult() = default;
+
+  // The direct children of every listed node that pass `predicate`, by
+  // parent and then by position. A predicate that throws std::bad_cast for a
+  // child counts as no match for it.
+  template <typename Predicate> SearchResult Children(const Predicate& predicate) const {
+    SearchResult found;
+    for (Node* parent : nodes_) {
+      if (!parent) {
+        continue;
+      }
+      std::vector<Node*> candidates;
+      candidates.reserve(parent->children.size());
+      for (const auto& child : parent->children) {
+        candidates.push_back(child.get());
+      }
+      for (Node* child : candidates) {
+        try {
+          if (predicate(child)) {
+            found.nodes_.push_back(child);
+          }
+        } catch (const std::bad_cast&) {
+          // No match for this child; the search goes on.
+        }
+      }
+    }
+    return found;
+  }
+
+  const std::vector<Node*>& nodes() const { return nodes_; }
+  bool empty() const { return nodes_.empty(); }
+  Node* front() const { return nodes_.front(); }
+
+private:
+  SearchResult() = default;
+
+  std::vector<Node*> nodes_;
+};
+
+} // namespace esd
+
+#endif // ORU_ESD_XML_NODE_H

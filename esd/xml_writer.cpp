@@ -1,0 +1,113 @@
+#include "esd/xml_writer.h"
+
+#include <vector>
+
+namespace esd {
+
+namespace {
+
+void NewLine(std::ostream& out) {
+  out << '\n' << std::flush;
+}
+
+// The declaration line, or a start tag followed by the element's data.
+void WriteOpening(std::ostream& out, const XMLDocumentNode& node) {
+  if (node.isDocument) {
+    out << "<?xml version=\"" << node.version << "\" ";
+    for (const auto& [name, value] : node.GetAttributes()) {
+      out << name << "=\"" << value << "\" ";
+    }
+    out << "?>";
+    NewLine(out);
+    return;
+  }
+  out << '<' << node.GetName();
+  for (const auto& [name, value] : node.GetAttributes()) {
+    out << ' ' << name << "=\"" << value << '"';
+  }
+  out << '>';
+  const std::string data = node.GetData();
+  if (!data.empty()) {
+    out << XMLEscaping::EscapeXML(data.begin(), data.end());
+  } else if (!node.children.empty()) {
+    NewLine(out);
+  }
+}
+
+void WriteClosing(std::ostream& out, const XMLDocumentNode& node) {
+  if (!node.isDocument) {
+    out << "</" << node.GetName() << '>';
+  }
+}
+
+// One node being written: a copy of its child list and the next child.
+struct Frame {
+  const XMLDocumentNode* node;
+  std::vector<const XMLDocumentNode*> children;
+  size_t next = 0;
+};
+
+Frame Enter(std::ostream& out, const XMLDocumentNode* node) {
+  WriteOpening(out, *node);
+  Frame frame{node, {}, 0};
+  frame.children.reserve(node->children.size());
+  for (const auto& child : node->children) {
+    frame.children.push_back(child.get());
+  }
+  return frame;
+}
+
+} // namespace
+
+std::string XMLEscaping::EscapeXML(std::string::const_iterator first,
+                                   std::string::const_iterator last) {
+  std::string escaped;
+  escaped.reserve(static_cast<size_t>(last - first));
+  for (; first != last; ++first) {
+    switch (*first) {
+    case '"':
+      escaped += "&quot;";
+      break;
+    case '&':
+      escaped += "&amp;";
+      break;
+    case '\'':
+      escaped += "&apos;";
+      break;
+    case '<':
+      escaped += "&lt;";
+      break;
+    case '>':
+      escaped += "&gt;";
+      break;
+    default:
+      escaped += *first;
+    }
+  }
+  return escaped;
+}
+
+std::ostream& WriteXMLNode(std::ostream& out, const XMLDocumentNode* node) {
+  if (!node) {
+    return out;
+  }
+  std::vector<Frame> frames;
+  frames.push_back(Enter(out, node));
+  while (!frames.empty()) {
+    Frame& top = frames.back();
+    if (top.next < top.children.size()) {
+      const XMLDocumentNode* child = top.children[top.next++];
+      frames.push_back(Enter(out, child));
+      continue;
+    }
+    WriteClosing(out, *top.node);
+    frames.pop_back();
+    // A child is followed by a newline in its parent's listing.
+    if (!frames.empty()) {
+      NewLine(out);
+    }
+  }
+  return out;
+}
+
+} // namespace esd
