@@ -129,12 +129,15 @@ void ExpatDOMBuilder<Node>::StartElement(const XML_Char* name, const XML_Char** 
   }
   Node* parent = nodeStack_.top();
   inElement_ = true;
-  auto node = std::make_unique<Node>(name);
+  scratchName_.assign(name);
+  auto node = std::make_unique<Node>(scratchName_);
   Node* added = node.get();
   parent->AddChild(node.release());
   nodeStack_.push(added);
   for (const XML_Char** pair = attributes; pair && pair[0]; pair += 2) {
-    added->SetAttributeData(pair[0], pair[1]);
+    scratchName_.assign(pair[0]);
+    scratchValue_.assign(pair[1]);
+    added->SetAttributeData(scratchName_, scratchValue_);
   }
 }
 
@@ -172,7 +175,8 @@ void XMLCALL ExpatDOMBuilder<Node>::OnCharacterData(void* user_data, const XML_C
     return;
   }
   try {
-    builder->nodeStack_.top()->AppendData(std::string(text, static_cast<size_t>(length)));
+    builder->scratchValue_.assign(text, static_cast<size_t>(length));
+    builder->nodeStack_.top()->AppendData(builder->scratchValue_);
   } catch (const std::bad_alloc&) {
     builder->Stop();
   }

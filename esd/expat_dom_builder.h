@@ -70,6 +70,10 @@ private:
   XML_Parser parser_ = nullptr;
   size_t nodeCount_ = 0;
   bool stopped_ = false;
+  // Reused for the strings handed to the nodes, so that reading a file does
+  // not allocate a temporary per name, attribute and run of text.
+  std::string scratchName_;
+  std::string scratchValue_;
 };
 
 extern template class ExpatDOMBuilder<XMLDocumentNode>;
