@@ -35,6 +35,7 @@ OSErr GetPermissions(const FileRef& ref, Permissions& permissions);
 OSErr SetMode(const FileRef& ref, uint16_t mode);
 OSErr SetOwnership(const FileRef& ref, uint32_t owner, uint32_t group);
 OSErr GetContentModificationDate(const FileRef& ref, uint64_t& date);
+OSErr SetContentModificationDate(const FileRef& ref, uint64_t date);
 OSErr GetVolumeFlags(const FileRef& ref, uint16_t& flags);
 OSErr CreateDirectory(const FileRef& parent, const std::string& name, FileRef& created);
 OSErr DeleteObject(const FileRef& ref);

@@ -4,6 +4,7 @@
 
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <memory>
 #include <stdlib.h>
 #include <sys/stat.h>
@@ -174,6 +175,14 @@ OSErr GetContentModificationDate(const FileRef& ref, uint64_t& date) {
   date = static_cast<uint64_t>(info.st_mtim.tv_sec) * 1000000000u +
          static_cast<uint64_t>(info.st_mtim.tv_nsec);
   return kNoErr;
+}
+
+OSErr SetContentModificationDate(const FileRef& ref, uint64_t date) {
+  const struct timespec times[2] = {
+      {0, UTIME_OMIT},
+      {static_cast<time_t>(date / 1000000000u), static_cast<long>(date % 1000000000u)}};
+  return ::utimensat(AT_FDCWD, ref.path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0 ? kNoErr
+                                                                                  : LastError();
 }
 
 OSErr GetVolumeFlags(const FileRef& ref, uint16_t& flags) {

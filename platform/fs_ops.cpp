@@ -173,6 +173,11 @@ bool GetModificationDate(const std::string& path, uint64_t& date) {
   return true;
 }
 
+bool SetModificationDate(const std::string& path, uint64_t date) {
+  FileRef ref;
+  return PathToFSRef(path, ref) && catalog::SetContentModificationDate(ref, date) == kNoErr;
+}
+
 bool DeletePath(const std::string& path) {
   // A final symbolic link is deleted itself, never the tree it points to.
   // Only an item that is not there counts as deleted; one that cannot be

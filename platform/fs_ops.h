@@ -65,6 +65,10 @@ bool GetPermissionBits(const std::string& path, uint16_t& mode);
 // only promised to grow with every later modification.
 bool GetModificationDate(const std::string& path, uint64_t& date);
 
+// Sets the content-modification date (same unit as GetModificationDate).
+// Needs the right to set a file's times (its owner, or root).
+bool SetModificationDate(const std::string& path, uint64_t date);
+
 // Deletes a file, or a folder with everything in it. A missing path succeeds.
 bool DeletePath(const std::string& path);
 

@@ -391,6 +391,17 @@ TEST_F(FsOpsTest, GetModificationDateGrowsWithALaterModification) {
   EXPECT_GT(second, first);
 }
 
+TEST_F(FsOpsTest, SetModificationDateIsReadBackExactly) {
+  const std::string file = sandbox_.Path("file");
+  WriteFile(file, "");
+  const uint64_t date = 1700000000123456789ull;
+  ASSERT_TRUE(SetModificationDate(file, date));
+  uint64_t read = 0;
+  ASSERT_TRUE(GetModificationDate(file, read));
+  EXPECT_EQ(read, date);
+  EXPECT_FALSE(SetModificationDate(sandbox_.Path("missing"), date));
+}
+
 TEST_F(FsOpsTest, GetModificationDateOfAMissingFileFailsAndLeavesTheOutput) {
   uint64_t date = 42;
   EXPECT_FALSE(GetModificationDate(sandbox_.Path("missing"), date));

@@ -1,0 +1,113 @@
+// Several processes changing one preferences file at once: every update
+// made must be in the file afterwards.
+#include "esd/prefs_writer.h"
+#include "esd/typed_prefs.h"
+#include "testing/sandbox.h"
+
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <map>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace esd {
+namespace {
+
+constexpr int kKeyWriters = 4;
+constexpr int kKeysEach = 200;
+constexpr int kMapWriters = 4;
+constexpr int kEntriesEach = 50;
+
+struct Child {
+  pid_t pid;
+  FILE* output;
+};
+
+TEST(PrefsConcurrencyTest, NoUpdateIsLostWhenEightProcessesWriteAtOnce) {
+  oru_testing::Sandbox sandbox;
+  const std::string path = sandbox.Path("NuvexUpdaterPrefs.dat");
+  int gate[2];
+  ASSERT_EQ(pipe(gate), 0);
+
+  std::vector<std::vector<std::string>> commands;
+  for (int p = 0; p < kKeyWriters; ++p) {
+    commands.push_back(
+        {"set-keys", path, "p" + std::to_string(p) + "_", std::to_string(kKeysEach)});
+  }
+  for (int p = 0; p < kMapWriters; ++p) {
+    commands.push_back({"map-add", path, "ChannelsEnabled", "m" + std::to_string(p) + "_",
+                        std::to_string(kEntriesEach)});
+  }
+  std::vector<Child> children;
+  for (const auto& command : commands) {
+    int output[2];
+    ASSERT_EQ(pipe(output), 0);
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      dup2(gate[0], STDIN_FILENO);
+      dup2(output[1], STDOUT_FILENO);
+      close(gate[1]);
+      std::vector<char*> argv{const_cast<char*>(ORU_PREFS_HELPER)};
+      for (const std::string& word : command) {
+        argv.push_back(const_cast<char*>(word.c_str()));
+      }
+      argv.push_back(nullptr);
+      execv(ORU_PREFS_HELPER, argv.data());
+      _exit(127);
+    }
+    close(output[1]);
+    children.push_back({pid, fdopen(output[0], "r")});
+  }
+  // Open the gate: every helper starts at once.
+  close(gate[0]);
+  close(gate[1]);
+
+  int retries = 0;
+  for (const Child& child : children) {
+    int status = 0;
+    ASSERT_EQ(waitpid(child.pid, &status, 0), child.pid);
+    int child_retries = 0;
+    EXPECT_EQ(std::fscanf(child.output, "%d", &child_retries), 1);
+    fclose(child.output);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "helper " << child.pid;
+    retries += child_retries;
+  }
+
+  PrefsWriter reader(path, "Preferences");
+  ASSERT_NE(reader.prefsRoot(), nullptr) << "the file does not parse";
+  int lost = 0;
+  for (int p = 0; p < kKeyWriters; ++p) {
+    for (int i = 0; i < kKeysEach; ++i) {
+      int value = -1;
+      const std::string key = "p" + std::to_string(p) + "_" + std::to_string(i);
+      if (!reader.GetPref<int>(key, value, -1) || value != i + 1000000) {
+        ++lost;
+      }
+    }
+  }
+  MapPref<std::string, bool> map("ChannelsEnabled");
+  map.prefs = &reader;
+  std::map<std::string, bool> entries;
+  ASSERT_TRUE(map.Get(entries));
+  for (int p = 0; p < kMapWriters; ++p) {
+    for (int i = 0; i < kEntriesEach; ++i) {
+      const auto found = entries.find("m" + std::to_string(p) + "_" + std::to_string(i));
+      if (found == entries.end() || found->second != (i % 2 == 0)) {
+        ++lost;
+      }
+    }
+  }
+  const int made = kKeyWriters * kKeysEach * 2 + kMapWriters * kEntriesEach;
+  const int checked = kKeyWriters * kKeysEach + kMapWriters * kEntriesEach;
+  std::printf("updates made: %d (final values checked: %d), lost: %d, lock time-outs retried: "
+              "%d\n",
+              made, checked, lost, retries);
+  EXPECT_EQ(lost, 0);
+  EXPECT_EQ(entries.size(), static_cast<size_t>(kMapWriters * kEntriesEach));
+}
+
+} // namespace
+} // namespace esd

@@ -1,0 +1,151 @@
+// One XML preferences file, in memory and on disk.
+//
+// Every preference is an element directly under the root element, its value
+// the element's text. The file is rewritten whole after every change. Access
+// is guarded by an inter-process lock policy when one is set: an operation
+// that takes the lock itself first re-reads the file if another process has
+// changed it since this one last read or wrote it.
+#ifndef ORU_ESD_PREFS_WRITER_H
+#define ORU_ESD_PREFS_WRITER_H
+
+#include "esd/change_type.h"
+#include "esd/expat_dom_builder.h"
+#include "esd/xml_node.h"
+#include "locks/resource_locker.h"
+
+#include <boost/noncopyable.hpp>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+namespace esd {
+
+class PrefsWriter : private boost::noncopyable {
+public:
+  // Takes the lock policy for the length of one operation unless the caller
+  // holds it already; see the class comment.
+  class ScopedLock {
+  public:
+    explicit ScopedLock(PrefsWriter& writer);
+    ~ScopedLock();
+    ScopedLock(const ScopedLock&) = delete;
+    ScopedLock& operator=(const ScopedLock&) = delete;
+
+    // Whether the operation may go on: no policy, or the lock is held.
+    bool held() const;
+    bool taken() const { return taken_; }
+    // Releases a lock taken here; true when there was none to release.
+    bool Release();
+    // Leaves a lock taken here held after this scope ends.
+    void Keep() { taken_ = false; }
+
+  private:
+    PrefsWriter& writer_;
+    bool taken_ = false;
+  };
+
+  PrefsWriter(const std::string& path, std::string root_name);
+  virtual ~PrefsWriter();
+
+  // Switches to (or re-reads) the file at `path`. An unreadable file is
+  // deleted when this call took the lock itself; otherwise the store stays
+  // empty and unwritable until the next successful call. Throws
+  // std::runtime_error for an empty path.
+  void SetPrefsPath(const std::string& path);
+  // Takes the lock policy (if any) and re-reads a changed file.
+  bool LockPrefs();
+  bool RefreshIfModified();
+  // A fresh, empty root element in memory; the file is not touched.
+  void EmptyDOM();
+  // Deletes the file and starts over with an empty root element.
+  bool DeleteAllPrefs();
+  // Writes the whole file.
+  bool Save();
+
+  // The root's first child named `name` (created when missing and `create`).
+  // Takes no lock.
+  XMLDocumentNode* GetPrefsNode(const std::string& name, bool create);
+  bool GetPref(const std::string& name, XMLDocumentNode*& node);
+  // Replaces the element `name` by `node`, which moves to the end of the
+  // root, and saves. The node is owned from here on; one that could not be
+  // put in place is destroyed.
+  bool SetPref(const std::string& name, std::unique_ptr<XMLDocumentNode> node);
+
+  // Typed values, for bool, int, unsigned long and std::string. A missing
+  // element or empty text gives `default_value`; text that does not convert
+  // gives false.
+  template <typename T> bool GetPref(const std::string& name, T& out, const T& default_value);
+  template <typename T> bool SetPref(const std::string& name, const T& value);
+
+  LockPolicyInterface* lockPolicy() const { return lockPolicy_; }
+  void setLockPolicy(LockPolicyInterface* policy) { lockPolicy_ = policy; }
+  const std::string& prefsPath() const { return prefsPath_; }
+  const std::string& rootName() const { return rootName_; }
+  uint64_t lastModified() const { return lastModified_; }
+  XMLDocumentNode* prefsRoot() const { return prefsRoot_; }
+
+private:
+  template <typename T>
+  static constexpr bool kSupported =
+      std::is_same_v<T, bool> || std::is_same_v<T, int> || std::is_same_v<T, unsigned long> ||
+      std::is_same_v<T, std::string>;
+
+  void LoadParsedDocument();
+  // Records the date of the file just written, making sure it is later than
+  // the date this process last saw, so that every other process notices.
+  void RecordSavedDate();
+
+  ExpatDOMBuilder<XMLDocumentNode> domBuilder_;
+  XMLDocumentNode* prefsRoot_ = nullptr;
+  std::string prefsPath_;
+  std::string rootName_;
+  LockPolicyInterface* lockPolicy_ = nullptr;
+  uint64_t lastModified_ = 0;
+};
+
+template <typename T>
+bool PrefsWriter::GetPref(const std::string& name, T& out, const T& default_value) {
+  static_assert(kSupported<T>, "preferences hold bool, int, unsigned long or std::string");
+  ScopedLock lock(*this);
+  if (!lock.held()) {
+    return false;
+  }
+  const XMLDocumentNode* node = GetPrefsNode(name, false);
+  if (!node || node->GetData().empty()) {
+    out = default_value;
+    return true;
+  }
+  if constexpr (std::is_same_v<T, std::string>) {
+    out = node->GetData();
+    return true;
+  } else {
+    return ChangeDiffTypeImpl<std::string, T>::ChangeType(node->GetData(), out);
+  }
+}
+
+template <typename T> bool PrefsWriter::SetPref(const std::string& name, const T& value) {
+  static_assert(kSupported<T>, "preferences hold bool, int, unsigned long or std::string");
+  ScopedLock lock(*this);
+  if (!lock.held()) {
+    return false;
+  }
+  XMLDocumentNode* node = GetPrefsNode(name, true);
+  if (!node) {
+    return false;
+  }
+  if constexpr (std::is_same_v<T, std::string>) {
+    node->SetData(value);
+  } else {
+    std::string text;
+    if (!ChangeDiffTypeImpl<T, std::string>::ChangeType(value, text)) {
+      return false;
+    }
+    node->SetData(text);
+  }
+  return Save();
+}
+
+} // namespace esd
+
+#endif // ORU_ESD_PREFS_WRITER_H

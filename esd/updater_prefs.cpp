@@ -1,0 +1,227 @@
+#include "esd/updater_prefs.h"
+
+#include "platform/folders.h"
+#include "platform/fs_ops.h"
+#include "platform/paths.h"
+
+#include <fstream>
+#include <mutex>
+#include <stdexcept>
+
+namespace {
+
+constexpr int kUserSupportKind = 7;
+constexpr int kUserTemporaryKind = 2;
+constexpr int kLocalSupportKind = 13;
+
+std::mutex override_mutex;
+std::string prefs_folder_override;
+
+UpdaterPrefsLogHook log_hook = nullptr;
+
+void Log(int level, const std::string& message) {
+  if (log_hook) {
+    log_hook(level, message);
+  }
+}
+
+// Makes `folder` if it is missing, giving it `bits` of the folder above.
+bool MakeInheritingFolder(const std::string& folder, uint16_t bits) {
+  if (platform::IsPathFSRefable(folder)) {
+    return true;
+  }
+  return platform::MakeDirectoryPath(folder) && platform::AddPermissionBits(folder, bits);
+}
+
+std::string Joined(const std::string& folder, const char* name) {
+  return folder.empty() ? std::string() : platform::JoinPath(folder, name);
+}
+
+std::string PrefsFolderOrEmpty() {
+  std::string folder;
+  return GetUpdaterPrefsFolder(folder) ? folder : std::string();
+}
+
+std::string UserCacheDefault() {
+  std::string base;
+  if (!platform::FindSystemFolder(kUserSupportKind, base, true) &&
+      !platform::FindSystemFolder(kUserTemporaryKind, base, true)) {
+    return std::string();
+  }
+  return platform::JoinPath(base, "Nuvex");
+}
+
+std::string FirstWordOf(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::string word;
+  in >> word;
+  return word;
+}
+
+} // namespace
+
+bool GetUpdaterFolder(int system_folder_kind, std::string& out) {
+  std::string base;
+  uint16_t base_bits = 0;
+  if (!platform::FindSystemFolder(system_folder_kind, base, true) ||
+      !platform::GetPermissionBits(base, base_bits)) {
+    return false;
+  }
+  const std::string nuvex = platform::JoinPath(base, "Nuvex");
+  uint16_t nuvex_bits = 0;
+  if (!MakeInheritingFolder(nuvex, base_bits) || !platform::GetPermissionBits(nuvex, nuvex_bits)) {
+    return false;
+  }
+  const std::string folder = platform::JoinPath(platform::JoinPath(nuvex, "OruUpdater"), "1.0");
+  if (!MakeInheritingFolder(folder, nuvex_bits)) {
+    return false;
+  }
+  out = folder;
+  return true;
+}
+
+bool GetUpdaterPrefsFolder(std::string& out) {
+  const std::string override_folder = GetUpdaterPrefsFolderOverride();
+  if (!override_folder.empty()) {
+    out = override_folder;
+    return true;
+  }
+  return GetUpdaterFolder(kUserSupportKind, out) || GetUpdaterFolder(kUserTemporaryKind, out);
+}
+
+void SetUpdaterPrefsFolderOverride(const std::string& folder) {
+  const std::lock_guard<std::mutex> guard(override_mutex);
+  prefs_folder_override = folder;
+}
+
+std::string GetUpdaterPrefsFolderOverride() {
+  const std::lock_guard<std::mutex> guard(override_mutex);
+  return prefs_folder_override;
+}
+
+bool GetUpdaterInventoryFolder(std::string& out) {
+  std::string base;
+  if (!platform::FindSystemFolder(kLocalSupportKind, base, false)) {
+    return false;
+  }
+  out = platform::JoinPath(
+      platform::JoinPath(platform::JoinPath(base, "Nuvex"), "OruUpdaterInventory"), "1.0");
+  return true;
+}
+
+void SetUpdaterPrefsLogHook(UpdaterPrefsLogHook hook) {
+  log_hook = hook;
+}
+
+NuvexUpdaterPrefs::NuvexUpdaterPrefs(bool enterprise)
+    : NuvexUpdaterPrefs(enterprise, PrefsFolderOrEmpty()) {}
+
+NuvexUpdaterPrefs::NuvexUpdaterPrefs(bool enterprise, const std::string& folder)
+    : esd::PrefsWriter(std::string(), "Preferences"), AutoCheck("AutoCheck", true),
+      Automatic("Automatic", 0), AutoCheckType("AutoCheckType", 0),
+      DownloadDir("DownloadDir", Joined(folder, "Install")),
+      UserCache("UserCache", UserCacheDefault()),
+      UserCacheTillOruUPdater("UserCacheTillOruUPdater",
+                              folder.empty() ? std::string() : platform::DirName(folder)),
+      DisplayLang("DisplayLang", ""), IsFirstRun("IsFirstRun", true),
+      IsScheduledTaskAdded("IsScheduledTaskAdded", false),
+      IsScheduledTaskNeeded("IsScheduledTaskNeeded", true), InBackground("InBackground", false),
+      InTrayIcon("InTrayIcon", false), AutoCheckFreq("AutoCheckFreq", 0),
+      UpdaterPrefSchedCheckFreq("UpdaterPrefSchedCheckFreq", 0), LastDateCheck("LastDateCheck", ""),
+      uninstallts("uninstallts", ""), UpdaterDailyScheduledTimeHH("UpdaterDailyScheduledTimeHH", 2),
+      UpdaterDailyScheduledTimeMM("UpdaterDailyScheduledTimeMM", 0),
+      ShowNewProducts("ShowNewProducts", false), SilentCheck("SilentCheck", false),
+      ApplicationsEnabled("ApplicationsEnabled"), NotificationMessage("NotificationMessage"),
+      ChannelsInstalled("ChannelsInstalled"), ChannelsEnabled("ChannelsEnabled"),
+      MoxChannels("MoxChannels"), Launch("Launch", ""), ProxyServer("ProxyServer", ""),
+      ProxyPort("ProxyPort", ""), ConnectionType("ConnectionType", 0),
+      LogFile("LogFile", Joined(folder, "oruu.log")),
+      logFileLib("logFileLib", Joined(folder, "oruuuLib.log")),
+      InstallerLogFile("InstallerLogFile", Joined(folder, "oruui.log")),
+      NotificationLogFile("NotificationLogFile", Joined(folder, "oruun.log")),
+      StartupLogFile("StartupLogFile", Joined(folder, "oruul.log")),
+      SilentNotificationLogFile("SilentNotificationLogFile", Joined(folder, "oruus.log")),
+      LogLevel("LogLevel", 2), OSVersion("OSVersion", ""), VelUVersion("VelUVersion", ""),
+      WebFeedOverriddenURL("WebFeedOverriddenURL", ""), WebFeedEtag("WebFeedEtag", ""),
+      WebFeedSize("WebFeedSize", 0), WebFeedSeqNo("WebFeedSeqNo", 0) {
+  PointPreferencesAtThis();
+  if (!OpenFile(enterprise)) {
+    return; // no preferences folder: defaults in memory, no file, no lock
+  }
+  CheckUninstallStamp(enterprise);
+}
+
+NuvexUpdaterPrefs::~NuvexUpdaterPrefs() = default;
+
+void NuvexUpdaterPrefs::PointPreferencesAtThis() {
+  for (esd::BasicPref<bool>* pref :
+       {&AutoCheck, &IsFirstRun, &IsScheduledTaskAdded, &IsScheduledTaskNeeded, &InBackground,
+        &InTrayIcon, &ShowNewProducts, &SilentCheck}) {
+    pref->prefs = this;
+  }
+  for (esd::BasicPref<int>* pref :
+       {&Automatic, &AutoCheckType, &AutoCheckFreq, &UpdaterPrefSchedCheckFreq,
+        &UpdaterDailyScheduledTimeHH, &UpdaterDailyScheduledTimeMM, &ConnectionType, &LogLevel}) {
+    pref->prefs = this;
+  }
+  for (esd::BasicPref<std::string>* pref :
+       {&DownloadDir, &UserCache, &UserCacheTillOruUPdater, &DisplayLang, &LastDateCheck,
+        &uninstallts, &Launch, &ProxyServer, &ProxyPort, &LogFile, &logFileLib, &InstallerLogFile,
+        &NotificationLogFile, &StartupLogFile, &SilentNotificationLogFile, &OSVersion, &VelUVersion,
+        &WebFeedOverriddenURL, &WebFeedEtag}) {
+    pref->prefs = this;
+  }
+  for (esd::BasicPref<unsigned long>* pref : {&WebFeedSize, &WebFeedSeqNo}) {
+    pref->prefs = this;
+  }
+  for (esd::MapPref<std::string, bool>* pref :
+       {&ApplicationsEnabled, &ChannelsInstalled, &ChannelsEnabled, &MoxChannels}) {
+    pref->prefs = this;
+  }
+  NotificationMessage.prefs = this;
+}
+
+bool NuvexUpdaterPrefs::OpenFile(bool enterprise) {
+  std::string folder;
+  if (!GetUpdaterPrefsFolder(folder)) {
+    return false;
+  }
+  const std::string path = platform::JoinPath(folder, enterprise ? kEnterpriseFileName : kFileName);
+  try {
+    SetPrefsPath(path);
+  } catch (const std::invalid_argument&) {
+    DeleteAllPrefs();
+    SetPrefsPath(path);
+  }
+  lockers_.push_back(std::make_unique<esd::ResourceLocker>(path, kLockerTag));
+  if (!lockPolicy() || !lockPolicy()->IsLocked()) {
+    setLockPolicy(lockers_.back().get());
+  }
+  return true;
+}
+
+void NuvexUpdaterPrefs::CheckUninstallStamp(bool enterprise) {
+  std::string inventory;
+  if (!GetUpdaterInventoryFolder(inventory)) {
+    Log(2, "Could not get Updater Inventory path on machine ");
+    return;
+  }
+  const std::string stamp_path = platform::JoinPath(inventory, "uninstallts");
+  if (!platform::IsPathFSRefable(stamp_path)) {
+    return;
+  }
+  const std::string stamp = FirstWordOf(stamp_path);
+  std::string stored;
+  (void)uninstallts.Get(stored); // an unreadable value counts as a mismatch
+  if (stamp == stored || !platform::DeletePath(prefsPath())) {
+    return;
+  }
+  if (!OpenFile(enterprise)) {
+    throw std::runtime_error("Unable to create file!");
+  }
+}
+
+NuvexUpdaterPrefs& GetUpdaterPrefs(bool enterprise) {
+  static NuvexUpdaterPrefs prefs(enterprise);
+  return prefs;
+}

@@ -1,0 +1,220 @@
+#include "locks/resource_locker.h"
+#include "testing/sandbox.h"
+
+#include <cstdio>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace esd {
+namespace {
+
+// A locker_helper child with pipes to its standard input and output.
+class HelperProcess {
+public:
+  explicit HelperProcess(const std::string& resource) {
+    int to_child[2];
+    int from_child[2];
+    if (pipe(to_child) != 0 || pipe(from_child) != 0) {
+      return;
+    }
+    pid_ = fork();
+    if (pid_ == 0) {
+      dup2(to_child[0], STDIN_FILENO);
+      dup2(from_child[1], STDOUT_FILENO);
+      close(to_child[1]);
+      close(from_child[0]);
+      execl(ORU_LOCKER_HELPER, ORU_LOCKER_HELPER, resource.c_str(), static_cast<char*>(nullptr));
+      _exit(127);
+    }
+    close(to_child[0]);
+    close(from_child[1]);
+    to_child_ = to_child[1];
+    from_child_ = fdopen(from_child[0], "r");
+  }
+
+  ~HelperProcess() {
+    if (to_child_ >= 0) {
+      close(to_child_);
+    }
+    if (from_child_) {
+      fclose(from_child_);
+    }
+    if (pid_ > 0 && !reaped_) {
+      kill(pid_, SIGKILL);
+      waitpid(pid_, nullptr, 0);
+    }
+  }
+
+  // The helper's first line: "locked" or "busy".
+  std::string ReadLine() {
+    char line[64] = "";
+    if (!from_child_ || !fgets(line, sizeof line, from_child_)) {
+      return "";
+    }
+    std::string text = line;
+    if (!text.empty() && text.back() == '\n') {
+      text.pop_back();
+    }
+    return text;
+  }
+
+  // Asks the helper to unlock and waits for its exit status.
+  int Release() {
+    (void)!write(to_child_, "\n", 1);
+    return Wait();
+  }
+
+  int Kill() {
+    kill(pid_, SIGKILL);
+    return Wait();
+  }
+
+  int Wait() {
+    int status = 0;
+    waitpid(pid_, &status, 0);
+    reaped_ = true;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+
+private:
+  pid_t pid_ = -1;
+  int to_child_ = -1;
+  FILE* from_child_ = nullptr;
+  bool reaped_ = false;
+};
+
+class ResourceLockerTest : public ::testing::Test {
+protected:
+  void TearDown() override {
+    // Whatever a test left behind, no semaphore outlives it.
+    ResourceLocker cleaner(resource_, 0);
+    (void)cleaner.Unlock(true);
+  }
+
+  oru_testing::Sandbox sandbox_;
+  std::string resource_ = sandbox_.Path("prefs.dat");
+};
+
+TEST_F(ResourceLockerTest, SemaphoreNameIsBase64OfTheMd5Digest) {
+  // MD5("abc") = 900150983cd24fb0d6963f7d28e17f72.
+  EXPECT_EQ(ResourceLocker::SemaphoreName("abc"), "kAFQmDzST7DWlj99KOF/cg==");
+}
+
+TEST_F(ResourceLockerTest, AnyResourceNameGivesA24CharacterSemaphoreName) {
+  for (const std::string& name : {std::string(), std::string("x"), std::string(100000, 'y'),
+                                  std::string("/Users/a b/Library/\xC3\xA9.dat")}) {
+    EXPECT_EQ(ResourceLocker::SemaphoreName(name).size(), 24u);
+  }
+}
+
+TEST_F(ResourceLockerTest, SystemNameStartsWithSlashAndHoldsNoOtherSlash) {
+  const std::string name = SystemSemaphoreName("kAFQmDzST7DWlj99KOF/cg==");
+  EXPECT_EQ(name, "/kAFQmDzST7DWlj99KOF_cg==");
+}
+
+TEST_F(ResourceLockerTest, LockAndUnlock) {
+  ResourceLocker locker(resource_, 3000);
+  EXPECT_FALSE(locker.IsLocked());
+  ASSERT_TRUE(locker.Lock());
+  EXPECT_TRUE(locker.IsLocked());
+  ASSERT_TRUE(locker.Unlock(false));
+  EXPECT_FALSE(locker.IsLocked());
+  ASSERT_TRUE(locker.Lock());
+  ASSERT_TRUE(locker.Unlock(false));
+}
+
+TEST_F(ResourceLockerTest, LockingTwiceWithOneObjectThrows) {
+  ResourceLocker locker(resource_, 0);
+  ASSERT_TRUE(locker.Lock());
+  try {
+    locker.Lock();
+    FAIL() << "no exception";
+  } catch (const resource_lock_fail& failure) {
+    EXPECT_STREQ(failure.what(), "A resource is already being locked");
+    EXPECT_EQ(failure.resource(), resource_);
+  }
+  EXPECT_TRUE(locker.IsLocked());
+}
+
+TEST_F(ResourceLockerTest, UnlockWithoutLockThrows) {
+  ResourceLocker locker(resource_, 0);
+  try {
+    locker.Unlock(false);
+    FAIL() << "no exception";
+  } catch (const no_resource_lock& failure) {
+    EXPECT_STREQ(failure.what(), "This object is not locking an item");
+    EXPECT_EQ(failure.resource(), "Resource unknown");
+  }
+}
+
+TEST_F(ResourceLockerTest, ForcedUnlockWithoutLockSucceedsWhenTheNameExists) {
+  ResourceLocker holder(resource_, 0);
+  ASSERT_TRUE(holder.Lock());
+  ResourceLocker breaker(resource_, 0);
+  EXPECT_TRUE(breaker.Unlock(true));
+  // The name is gone: anyone may lock again.
+  ResourceLocker next(resource_, 0);
+  EXPECT_TRUE(next.Lock());
+  EXPECT_TRUE(next.Unlock(false));
+}
+
+TEST_F(ResourceLockerTest, ForcedUnlockOfANameThatIsNotThereFails) {
+  ResourceLocker locker(resource_, 0);
+  EXPECT_FALSE(locker.Unlock(true));
+}
+
+TEST_F(ResourceLockerTest, DestructorReleasesAHeldLock) {
+  {
+    ResourceLocker locker(resource_, 0);
+    ASSERT_TRUE(locker.Lock());
+  }
+  ResourceLocker next(resource_, 0);
+  EXPECT_TRUE(next.Lock());
+  EXPECT_TRUE(next.Unlock(false));
+}
+
+TEST_F(ResourceLockerTest, TagIsKept) {
+  ResourceLocker::ResourceLockerPlat plat(resource_, 3000);
+  EXPECT_EQ(plat.tag(), 3000);
+}
+
+TEST_F(ResourceLockerTest, SecondProcessGivesUpAfterItsAttemptsAndSucceedsOnceReleased) {
+  ResourceLocker locker(resource_, 0);
+  ASSERT_TRUE(locker.Lock());
+  HelperProcess contender(resource_);
+  EXPECT_EQ(contender.ReadLine(), "busy");
+  EXPECT_EQ(contender.Wait(), 1);
+  ASSERT_TRUE(locker.Unlock(false));
+  HelperProcess next(resource_);
+  EXPECT_EQ(next.ReadLine(), "locked");
+  EXPECT_EQ(next.Release(), 0);
+}
+
+TEST_F(ResourceLockerTest, LockIsExclusiveAcrossProcesses) {
+  HelperProcess holder(resource_);
+  ASSERT_EQ(holder.ReadLine(), "locked");
+  ResourceLocker locker(resource_, 0);
+  EXPECT_FALSE(locker.Lock());
+  EXPECT_EQ(holder.Release(), 0);
+  EXPECT_TRUE(locker.Lock());
+  EXPECT_TRUE(locker.Unlock(false));
+}
+
+TEST_F(ResourceLockerTest, HolderKilledLeavesTheNameAndOnlyAForcedUnlockFreesIt) {
+  HelperProcess holder(resource_);
+  ASSERT_EQ(holder.ReadLine(), "locked");
+  EXPECT_EQ(holder.Kill(), -SIGKILL);
+  ResourceLocker locker(resource_, 0);
+  EXPECT_FALSE(locker.Lock());
+  ResourceLocker breaker(resource_, 0);
+  ASSERT_TRUE(breaker.Unlock(true));
+  EXPECT_TRUE(locker.Lock());
+  EXPECT_TRUE(locker.Unlock(false));
+}
+
+} // namespace
+} // namespace esd
