@@ -55,8 +55,12 @@ void RatioReporter::Finalize() {
       if (floor > 0.0) {
         std::snprintf(ratio, sizeof ratio, "%.2f", figure.seconds_per_iteration / floor);
       }
-      std::printf("%-28s %-22s %11.3f us %12.1f %10s\n", group.c_str(), figure.variant.c_str(),
-                  figure.seconds_per_iteration * 1e6, figure.bytes_per_second / 1e6, ratio);
+      char rate[32] = "-";
+      if (figure.bytes_per_second > 0.0) {
+        std::snprintf(rate, sizeof rate, "%.1f", figure.bytes_per_second / 1e6);
+      }
+      std::printf("%-28s %-22s %11.3f us %12s %10s\n", group.c_str(), figure.variant.c_str(),
+                  figure.seconds_per_iteration * 1e6, rate, ratio);
     }
   }
   std::fflush(stdout);
