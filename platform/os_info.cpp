@@ -54,6 +54,10 @@ bool FormatVersionTriple(const OSVersion& version, std::string& text) {
   return true;
 }
 
+bool ThreadIdsShownOnMacVersion(bool version_known, const OSVersion& version) {
+  return !(version_known && version.major <= 10 && version.minor <= 5);
+}
+
 uint32_t BitnessForMachine(const char* machine) {
   return std::strcmp(machine, "i386") == 0 ? 32 : 64;
 }

@@ -33,6 +33,16 @@ bool FormatVersionTriple(const OSVersion& version, std::string& text);
 bool GetMachineBitness(uint32_t& bits);
 uint32_t BitnessForMachine(const char* machine);
 
+// The kernel's identifier of the calling thread.
+uint64_t GetCurrentThreadId();
+
+// Whether log lines show thread ids on this system. macOS 10.5 and older do
+// not (ThreadIdsShownOnMacVersion); every other system does.
+bool ThreadIdsShown();
+// The macOS rule: hidden only when the version is known and is 10.5 or older
+// (major at most 10 and minor at most 5).
+bool ThreadIdsShownOnMacVersion(bool version_known, const OSVersion& version);
+
 // Reads "major[.minor[.patch]]" from the start of a kernel release string
 // ("6.1.0-18-amd64"); missing parts are 0. Leaves `version` untouched and
 // returns false when the text does not start with a number.

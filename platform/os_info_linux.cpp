@@ -5,7 +5,9 @@
 
 #include "platform/os_info.h"
 
+#include <sys/syscall.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 namespace platform {
 
@@ -18,6 +20,15 @@ void GetOSVersion(OSVersion& version) {
   }
   // An unreadable release leaves the caller's version as it was.
   (void)ParseReleaseVersion(name.release, version);
+}
+
+uint64_t GetCurrentThreadId() {
+  return static_cast<uint64_t>(syscall(SYS_gettid));
+}
+
+// The old-system rule is about macOS versions; Linux always shows them.
+bool ThreadIdsShown() {
+  return true;
 }
 
 } // namespace platform

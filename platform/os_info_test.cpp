@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 #include <sys/utsname.h>
+#include <thread>
+#include <unistd.h>
 
 namespace platform {
 namespace {
@@ -93,6 +95,27 @@ TEST(OsInfoTest, FormatVersionTripleJoinsWithDots) {
   EXPECT_EQ(text, "10.15.7");
   ASSERT_TRUE(FormatVersionTriple(OSVersion{-1, 0, 9223372036854775807}, text));
   EXPECT_EQ(text, "-1.0.9223372036854775807");
+}
+
+TEST(OsInfoTest, ThreadIdsAreHiddenOnlyOnMacOS105AndOlder) {
+  EXPECT_FALSE(ThreadIdsShownOnMacVersion(true, OSVersion{10, 5, 8}));
+  EXPECT_FALSE(ThreadIdsShownOnMacVersion(true, OSVersion{10, 4, 0}));
+  EXPECT_TRUE(ThreadIdsShownOnMacVersion(true, OSVersion{10, 6, 0}));
+  EXPECT_TRUE(ThreadIdsShownOnMacVersion(true, OSVersion{10, 15, 7}));
+  EXPECT_TRUE(ThreadIdsShownOnMacVersion(true, OSVersion{11, 0, 0}));
+  EXPECT_TRUE(ThreadIdsShownOnMacVersion(false, OSVersion{10, 5, 0}));
+}
+
+TEST(OsInfoTest, LinuxAlwaysShowsThreadIds) {
+  EXPECT_TRUE(ThreadIdsShown());
+}
+
+TEST(OsInfoTest, ThreadIdIsTheKernelsIdOfTheCallingThread) {
+  EXPECT_EQ(GetCurrentThreadId(), static_cast<uint64_t>(getpid()));
+  uint64_t other = 0;
+  std::thread([&other] { other = GetCurrentThreadId(); }).join();
+  EXPECT_NE(other, 0u);
+  EXPECT_NE(other, GetCurrentThreadId());
 }
 
 } // namespace

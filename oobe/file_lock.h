@@ -1,0 +1,36 @@
+// The cross-process lock of one log file: a System V set of two semaphores
+// keyed by ftok(log path, 11). Semaphore 0 counts the processes using the
+// file; semaphore 1 is the lock itself. The kernel undoes both for a
+// process that dies, so a killed writer neither keeps the lock nor keeps
+// the set alive; the last process to detach removes the set.
+#ifndef ORU_OOBE_FILE_LOCK_H
+#define ORU_OOBE_FILE_LOCK_H
+
+#include <string>
+
+namespace oobe {
+
+constexpr int kFileLockProjectId = 11;
+
+struct FileLockHandle {
+  int semaphoreSet = -1;
+};
+
+// Looks the set up (creating it if missing) and attaches to it. On failure
+// the handle stays -1 and every later lock fails.
+bool CreateFileLock(FileLockHandle& handle, const std::string& log_path);
+// Blocks until the lock is free.
+bool LockFile(FileLockHandle& handle);
+bool UnlockFile(FileLockHandle& handle);
+// Detaches; the last process out removes the set. The handle becomes -1.
+void DetachFileLock(FileLockHandle& handle);
+// Detaches a handle that is still attached; a handle of 0 or -1 is left
+// alone.
+void DestroyFileLock(FileLockHandle& handle);
+
+// The set's key for a log path, or -1 when the path does not exist.
+int FileLockKey(const std::string& log_path);
+
+} // namespace oobe
+
+#endif // ORU_OOBE_FILE_LOCK_H

@@ -1,0 +1,199 @@
+// Many processes appending to one log file at once.
+#include "oobe/file_lock.h"
+#include "oobe/oobe_test_support.h"
+#include "testing/sandbox.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <map>
+#include <regex>
+#include <signal.h>
+#include <string>
+#include <sys/sem.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace oobe {
+namespace {
+
+using oobe::testing::LinesOf;
+using oobe::testing::MessageOf;
+
+struct Helper {
+  pid_t pid;
+  FILE* output;
+};
+
+// Starts log_writer_helper with `arguments`; its standard input is the read
+// end of `gate`, and it keeps no copy of the write end, so that closing
+// that end opens the gate.
+Helper Start(const std::vector<std::string>& arguments, const int (&gate)[2]) {
+  int output[2];
+  if (pipe(output) != 0) {
+    return {-1, nullptr};
+  }
+  const pid_t pid = fork();
+  if (pid == 0) {
+    dup2(gate[0], STDIN_FILENO);
+    dup2(output[1], STDOUT_FILENO);
+    close(gate[1]);
+    close(output[0]);
+    std::vector<char*> argv{const_cast<char*>(ORU_LOG_WRITER_HELPER)};
+    for (const std::string& word : arguments) {
+      argv.push_back(const_cast<char*>(word.c_str()));
+    }
+    argv.push_back(nullptr);
+    execv(ORU_LOG_WRITER_HELPER, argv.data());
+    _exit(127);
+  }
+  close(output[1]);
+  return {pid, fdopen(output[0], "r")};
+}
+
+int Finish(const Helper& helper) {
+  int status = 0;
+  waitpid(helper.pid, &status, 0);
+  if (helper.output) {
+    fclose(helper.output);
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+// The log folder's files in rotation order: copies by name, the live log last.
+std::vector<std::string> LogFilesInOrder(const std::string& folder, const std::string& live) {
+  std::vector<std::string> copies;
+  DIR* dir = opendir(folder.c_str());
+  while (const struct dirent* entry = readdir(dir)) {
+    const std::string name = entry->d_name;
+    if (name.rfind("load ", 0) == 0) {
+      copies.push_back(folder + "/" + name);
+    }
+  }
+  closedir(dir);
+  std::sort(copies.begin(), copies.end());
+  copies.push_back(folder + "/" + live);
+  return copies;
+}
+
+bool SemaphoreSetExists(const std::string& path) {
+  const key_t key = static_cast<key_t>(FileLockKey(path));
+  return key != -1 && semget(key, 0, 0) >= 0;
+}
+
+int64_t NowSeconds() {
+  struct timeval now;
+  gettimeofday(&now, nullptr);
+  return now.tv_sec;
+}
+
+TEST(LogMultiprocessTest, EightWritersLoseNoLineThroughRotations) {
+  constexpr int kWriters = 8;
+  constexpr int kLines = 20000;
+  constexpr int kPad = 120;
+  oru_testing::Sandbox sandbox;
+  const std::string folder = sandbox.Path("logs");
+  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+  oru_testing::WriteFile(folder + "/asu.trace", "keeplogs");
+  int gate[2];
+  ASSERT_EQ(pipe(gate), 0);
+  std::vector<Helper> writers;
+  const int64_t start = NowSeconds();
+  for (int id = 0; id < kWriters; ++id) {
+    writers.push_back(Start({"write", folder, "load.log", std::to_string(id),
+                             std::to_string(kLines), std::to_string(start), std::to_string(kPad)},
+                            gate));
+  }
+  close(gate[0]);
+  close(gate[1]);
+  for (const Helper& writer : writers) {
+    ASSERT_EQ(Finish(writer), 0);
+  }
+
+  const std::regex shape("p([0-9]+) n([0-9]+) x{" + std::to_string(kPad) + "}");
+  std::vector<int> next(kWriters, 0);
+  int duplicated_or_out_of_order = 0;
+  int torn = 0;
+  const std::vector<std::string> files = LogFilesInOrder(folder, "load.log");
+  for (size_t f = 0; f < files.size(); ++f) {
+    const auto lines = LinesOf(files[f]);
+    // Every segment after the first begins with the header block.
+    if (f > 0) {
+      ASSERT_GE(lines.size(), 6u) << files[f];
+      EXPECT_EQ(MessageOf(lines[0]), std::string(78, '*')) << files[f];
+      EXPECT_EQ(MessageOf(lines[5]), std::string(78, '*')) << files[f];
+    }
+    for (const std::string& line : lines) {
+      const std::string message = MessageOf(line);
+      std::smatch match;
+      if (message == std::string(78, '*') || message.find(": ") != std::string::npos) {
+        continue; // header block
+      }
+      if (!std::regex_match(message, match, shape)) {
+        ++torn;
+        continue;
+      }
+      const int id = std::stoi(match[1]);
+      const int number = std::stoi(match[2]);
+      if (id >= kWriters || number != next[id]) {
+        ++duplicated_or_out_of_order;
+      } else {
+        ++next[id];
+      }
+    }
+  }
+  int missing = 0;
+  for (int id = 0; id < kWriters; ++id) {
+    missing += kLines - next[id];
+  }
+  std::printf("lines written: %d by %d processes, rotations: %zu, missing: %d, torn: %d, "
+              "duplicated or out of order: %d\n",
+              kWriters * kLines, kWriters, files.size() - 1, missing, torn,
+              duplicated_or_out_of_order);
+  EXPECT_GE(files.size() - 1, 2u) << "the size limit must be crossed at least twice";
+  EXPECT_EQ(missing, 0);
+  EXPECT_EQ(torn, 0);
+  EXPECT_EQ(duplicated_or_out_of_order, 0);
+  EXPECT_FALSE(SemaphoreSetExists(folder + "/load.log"));
+}
+
+TEST(LogMultiprocessTest, WriterKilledHoldingTheLockStopsNobodyAndNoSetIsLeft) {
+  constexpr int kWriters = 3;
+  constexpr int kLines = 500;
+  oru_testing::Sandbox sandbox;
+  const std::string folder = sandbox.Path("logs");
+  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+  oru_testing::WriteFile(folder + "/load.log", "");
+  int holder_gate[2];
+  ASSERT_EQ(pipe(holder_gate), 0);
+  Helper holder = Start({"hold", folder, "load.log"}, holder_gate);
+  char ready[16] = "";
+  ASSERT_TRUE(fgets(ready, sizeof ready, holder.output));
+  ASSERT_STREQ(ready, "locked\n");
+
+  int gate[2];
+  ASSERT_EQ(pipe(gate), 0);
+  std::vector<Helper> writers;
+  for (int id = 0; id < kWriters; ++id) {
+    writers.push_back(Start({"write", folder, "load.log", std::to_string(id),
+                             std::to_string(kLines), std::to_string(NowSeconds()), "4"},
+                            gate));
+  }
+  close(gate[0]);
+  close(gate[1]);
+  kill(holder.pid, SIGKILL);
+  EXPECT_EQ(Finish(holder), -SIGKILL);
+  close(holder_gate[0]);
+  close(holder_gate[1]);
+  for (const Helper& writer : writers) {
+    EXPECT_EQ(Finish(writer), 0);
+  }
+  EXPECT_EQ(LinesOf(folder + "/load.log").size(), static_cast<size_t>(kWriters * kLines));
+  EXPECT_FALSE(SemaphoreSetExists(folder + "/load.log"));
+}
+
+} // namespace
+} // namespace oobe

@@ -1,0 +1,254 @@
+#include "oobe/log_target.h"
+
+#include "oobe/log_line.h"
+#include "oobe/redaction.h"
+#include "platform/folders.h"
+#include "platform/os_info.h"
+#include "platform/paths.h"
+
+#include <cstdio>
+#include <cstring>
+#include <errno.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+
+namespace oobe {
+
+namespace {
+
+constexpr size_t kMessageBufferBytes = 4096;
+
+// Reused by every line a thread writes.
+thread_local std::string line_buffer;
+thread_local std::string message_buffer;
+
+bool IsRegularFile(const std::string& path) {
+  return platform::IsFile(path);
+}
+
+// The marker of `file_name` with another extension ("OOBE.log" -> "OOBE.trace").
+std::string MarkerFor(const std::string& folder, const std::string& file_name, const char* ext) {
+  std::string name = file_name;
+  if (!platform::ReplacePathExtension(name, ext)) {
+    return std::string();
+  }
+  return platform::JoinPath(folder, name);
+}
+
+} // namespace
+
+LogTargetBase::LogTargetBase() {
+  pthread_mutex_init(&guard_, nullptr);
+  SetLevel(kLevelInfo);
+}
+
+LogTargetBase::~LogTargetBase() {
+  pthread_mutex_destroy(&guard_);
+}
+
+void LogTargetBase::SetName(const char* name) {
+  if (name) {
+    name_ = name;
+  }
+}
+
+void LogTargetBase::SetLevel(int32_t level) {
+  level_ = level;
+  std::string folder;
+  if (!platform::GetUserLogsFolder(folder)) {
+    return;
+  }
+  const std::string trace = MarkerFor(folder, fileName_, "trace");
+  if (!trace.empty() && IsRegularFile(trace)) {
+    level_ = kLevelTrace;
+    return;
+  }
+  const std::string debug = MarkerFor(folder, fileName_, "debug");
+  if (!debug.empty() && IsRegularFile(debug)) {
+    if (level > kLevelDebug) {
+      level_ = kLevelDebug;
+    }
+    return;
+  }
+  if (IsRegularFile(platform::JoinPath(folder, "asu.trace"))) {
+    level_ = kLevelTrace;
+    return;
+  }
+  if (IsRegularFile(platform::JoinPath(folder, "asu.debug")) && level > kLevelDebug) {
+    level_ = kLevelDebug;
+  }
+}
+
+void LogTargetBase::AddRef() {
+  pthread_mutex_lock(&guard_);
+  ++refCount_;
+  pthread_mutex_unlock(&guard_);
+}
+
+void LogTargetBase::Release() {
+  pthread_mutex_lock(&guard_);
+  --refCount_;
+  pthread_mutex_unlock(&guard_);
+}
+
+LogTargetDefault::LogTargetDefault(const char* name) : credentialKeys_(DefaultCredentialKeys()) {
+  SetName(name);
+  withThreadId_ = platform::ThreadIdsShown();
+  header_ = ComposeHeaderBlock();
+  headerPending_ = false;
+}
+
+LogTargetDefault::~LogTargetDefault() {
+  if (fileLock_) {
+    DetachFileLock(*fileLock_);
+    DestroyFileLock(*fileLock_);
+  }
+}
+
+bool LogTargetDefault::OpenStream(const std::string& path, std::fstream& stream) {
+  struct stat info;
+  const bool existed = ::lstat(path.c_str(), &info) == 0;
+  if (stream.is_open()) {
+    stream.close();
+  }
+  stream.open(path, std::ios::out | std::ios::app);
+  if (!existed && stream.is_open() && ::chmod(path.c_str(), 0666) != 0) {
+    std::fprintf(stderr, "\n Error Set File permissions. errno = %s", std::strerror(errno));
+  }
+  return stream.good();
+}
+
+bool LogTargetDefault::Open() {
+  if (!enabled_) {
+    return false;
+  }
+  if (filePath_.empty()) {
+    std::string path;
+    if (!platform::GetUserLogsFolder(path) || !platform::AppendPathComponentNS(path, fileName_)) {
+      return false;
+    }
+    filePath_ = path;
+  }
+  if (!OpenStream(filePath_, stream_)) {
+    return false;
+  }
+  if (!fileLock_) {
+    // A set that cannot be made leaves the handle at -1: every line that
+    // asks for the lock is then dropped, never blocked.
+    fileLock_ = std::make_unique<FileLockHandle>();
+    (void)CreateFileLock(*fileLock_, filePath_);
+  }
+  struct timeval now;
+  gettimeofday(&now, nullptr);
+  lastCleanUpTime_ = lastLineTime_ = now.tv_sec;
+  if (fileLock_ && LockFile(*fileLock_)) {
+    (void)CheckSizeAndCleanUp(); // retried by the next size check if it failed
+    UnlockFile(*fileLock_);
+  }
+  opened_ = true;
+  return true;
+}
+
+bool LogTargetDefault::Close() {
+  if (stream_.good()) {
+    stream_.close();
+  }
+  if (fileLock_) {
+    DetachFileLock(*fileLock_);
+    DestroyFileLock(*fileLock_);
+    fileLock_.reset();
+  }
+  opened_ = false;
+  return true;
+}
+
+bool LogTargetDefault::Write(int32_t level, const char* f1, const char* f2, const char* f3,
+                             const char* f4, const char* f5, const char* f6, const char* format,
+                             va_list* arguments, int64_t time_ms, bool use_file_lock) {
+  if (level_ > level) {
+    return true;
+  }
+  if (use_file_lock) {
+    if (!fileLock_ || !LockFile(*fileLock_)) {
+      return true; // dropped on purpose: a writer never waits for a missing lock
+    }
+    // The time compared is the previous line's, so the check lags a line.
+    if (lastLineTime_ - lastCleanUpTime_ >= kCleanUpIntervalSeconds && CheckSizeAndCleanUp()) {
+      lastCleanUpTime_ = lastLineTime_;
+    }
+  }
+  if (headerPending_) {
+    WriteHeader(kLevelInfo, f1, f2, f3, f4, nullptr, false);
+  }
+
+  const char* message = format ? format : "";
+  char formatted[kMessageBufferBytes];
+  if (arguments) {
+    va_list copy;
+    va_copy(copy, *arguments);
+    std::vsnprintf(formatted, sizeof formatted, message, copy);
+    va_end(copy);
+    message = formatted;
+  }
+
+  LineFields fields{LevelName(level), {f1, f2, f3, f4, f5, f6}, withThreadId_, 0};
+  if (withThreadId_) {
+    fields.thread_id = platform::GetCurrentThreadId();
+  }
+  if (ContainsWebToken(message)) {
+    message_buffer = kTokenReplacement;
+    fields.level_name = LevelName(kLevelWarn);
+  } else {
+    RedactCredentials(credentialKeys_, message, message_buffer);
+  }
+
+  int64_t seconds;
+  int milliseconds;
+  if (time_ms != 0) {
+    seconds = time_ms / 1000;
+    milliseconds = static_cast<int>(time_ms % 1000);
+  } else {
+    struct timeval now;
+    gettimeofday(&now, nullptr);
+    seconds = now.tv_sec;
+    milliseconds = static_cast<int>(now.tv_usec / 1000);
+  }
+  lastLineTime_ = seconds;
+  BuildLine(seconds, milliseconds, fields, separator_, message_buffer, line_buffer);
+  WriteLine(line_buffer.c_str());
+
+  if (use_file_lock) {
+    UnlockFile(*fileLock_);
+  }
+  return true;
+}
+
+void LogTargetDefault::WriteHeader(int32_t level, const char* f1, const char* f2, const char* f3,
+                                   const char* f4, const HeaderBlock* description,
+                                   bool use_file_lock) {
+  if (description) {
+    header_ = *description;
+  }
+  headerPending_ = false;
+  // Copied: each Write below reuses the thread's line buffers.
+  std::vector<std::string> texts;
+  texts.push_back(header_.ruleBefore);
+  for (const auto& [label, value] : header_.lines) {
+    texts.push_back(label + value);
+  }
+  texts.push_back(header_.ruleAfter);
+  for (const std::string& text : texts) {
+    Write(level, f1, f2, f3, f4, nullptr, nullptr, text.c_str(), nullptr, 0, use_file_lock);
+  }
+}
+
+void LogTargetDefault::WriteLine(const char* text) {
+  if (!text) {
+    stream_.setstate(std::ios::badbit);
+    return;
+  }
+  stream_ << text << '\n';
+  stream_.flush();
+}
+
+} // namespace oobe
