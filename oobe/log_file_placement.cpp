@@ -3,6 +3,7 @@
 #include "oobe/log_target.h"
 #include "platform/console_user.h"
 #include "platform/folders.h"
+#include "platform/fs_ops.h"
 #include "platform/paths.h"
 
 #include <algorithm>
@@ -22,7 +23,6 @@ namespace {
 constexpr uint64_t kTraceLimit = 52428800;
 constexpr uint64_t kDebugLimit = 20971520;
 constexpr uint64_t kDefaultLimit = 10485760;
-constexpr size_t kCopyBlockBytes = 4096;
 constexpr int kMaxCopySuffix = 99;
 
 std::string LocalTime(time_t when, const char* format) {
@@ -37,24 +37,6 @@ std::string LocalTime(time_t when, const char* format) {
 std::string FolderOf(const std::string& path) {
   const size_t slash = path.rfind('/');
   return slash == std::string::npos ? std::string() : path.substr(0, slash);
-}
-
-bool CopyInBlocks(const std::string& from, const std::string& to) {
-  std::ifstream source(from, std::ios::binary);
-  std::ofstream destination(to, std::ios::binary | std::ios::trunc);
-  if (!source.is_open() || !destination.is_open()) {
-    return false;
-  }
-  char block[kCopyBlockBytes];
-  while (source) {
-    source.read(block, sizeof block);
-    const std::streamsize got = source.gcount();
-    if (got > 0 && !destination.write(block, got)) {
-      return false;
-    }
-  }
-  destination.close();
-  return !source.bad() && !destination.fail();
 }
 
 // Every entry below `folder`, as paths relative to it, parents before their
@@ -195,7 +177,9 @@ bool LogTargetDefault::CheckSizeAndCleanUp() {
   if (stream_.good()) {
     stream_.close();
   }
-  if (CopyInBlocks(filePath_, RotatedCopyPath())) {
+  // The copy is made by the kernel where it can: a 50 MiB log is set aside
+  // in about the time cp takes, while every other writer waits on the lock.
+  if (platform::CopyFileContents(filePath_, RotatedCopyPath())) {
     stream_.open(filePath_, std::ios::out | std::ios::trunc);
     stream_.close();
   }

@@ -17,6 +17,20 @@ struct TimestampCache {
 
 thread_local TimestampCache timestamp_cache;
 
+// Decimal digits of `value`, without the stdio machinery: this runs for
+// every line.
+void AppendDecimal(uint64_t value, std::string& line) {
+  char digits[20];
+  size_t count = 0;
+  do {
+    digits[count++] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  } while (value != 0);
+  while (count > 0) {
+    line += digits[--count];
+  }
+}
+
 } // namespace
 
 void AppendTimestamp(int64_t seconds, int milliseconds, std::string& line) {
@@ -32,14 +46,17 @@ void AppendTimestamp(int64_t seconds, int milliseconds, std::string& line) {
     cache.text[cache.length] = '\0';
     cache.seconds = seconds;
   }
-  char millis[8];
-  std::snprintf(millis, sizeof millis, ":%.3d", milliseconds);
   line.append(cache.text, cache.length);
-  line.append(millis);
+  // ":%.3d" of the milliseconds.
+  const unsigned millis = milliseconds < 0 ? 0u : static_cast<unsigned>(milliseconds) % 1000u;
+  line += ':';
+  line += static_cast<char>('0' + millis / 100);
+  line += static_cast<char>('0' + millis / 10 % 10);
+  line += static_cast<char>('0' + millis % 10);
 }
 
 void BuildLine(int64_t seconds, int milliseconds, const LineFields& fields,
-               const std::string& separator, const std::string& message, std::string& line) {
+               const std::string& separator, std::string_view message, std::string& line) {
   line.clear();
   AppendTimestamp(seconds, milliseconds, line);
   line += separator;
@@ -54,10 +71,7 @@ void BuildLine(int64_t seconds, int milliseconds, const LineFields& fields,
     line += separator;
   }
   if (fields.with_thread_id) {
-    char id[24];
-    const int length =
-        std::snprintf(id, sizeof id, "%llu", static_cast<unsigned long long>(fields.thread_id));
-    line.append(id, static_cast<size_t>(length));
+    AppendDecimal(fields.thread_id, line);
   }
   line += separator;
   line += message;

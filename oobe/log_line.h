@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace oobe {
 
@@ -22,7 +23,7 @@ struct LineFields {
 
 // Builds the whole line into `line` (cleared first).
 void BuildLine(int64_t seconds, int milliseconds, const LineFields& fields,
-               const std::string& separator, const std::string& message, std::string& line);
+               const std::string& separator, std::string_view message, std::string& line);
 
 } // namespace oobe
 

@@ -22,6 +22,23 @@ constexpr size_t kMessageBufferBytes = 4096;
 thread_local std::string line_buffer;
 thread_local std::string message_buffer;
 
+// The calling thread's id, asked of the kernel once per thread. A forked
+// child's thread has a new id, so a fork forgets the cached one.
+thread_local uint64_t cached_thread_id = 0;
+
+void ForgetThreadIdAfterFork() {
+  cached_thread_id = 0;
+}
+
+uint64_t CurrentThreadId() {
+  static const int registered = pthread_atfork(nullptr, nullptr, &ForgetThreadIdAfterFork);
+  (void)registered;
+  if (cached_thread_id == 0) {
+    cached_thread_id = platform::GetCurrentThreadId();
+  }
+  return cached_thread_id;
+}
+
 bool IsRegularFile(const std::string& path) {
   return platform::IsFile(path);
 }
@@ -193,13 +210,15 @@ bool LogTargetDefault::Write(int32_t level, const char* f1, const char* f2, cons
 
   LineFields fields{LevelName(level), {f1, f2, f3, f4, f5, f6}, withThreadId_, 0};
   if (withThreadId_) {
-    fields.thread_id = platform::GetCurrentThreadId();
+    fields.thread_id = CurrentThreadId();
   }
+  std::string_view text = message;
   if (ContainsWebToken(message)) {
-    message_buffer = kTokenReplacement;
+    text = kTokenReplacement;
     fields.level_name = LevelName(kLevelWarn);
-  } else {
-    RedactCredentials(credentialKeys_, message, message_buffer);
+  } else if (text.find('<') != std::string_view::npos) {
+    RedactCredentials(credentialKeys_, text, message_buffer);
+    text = message_buffer;
   }
 
   int64_t seconds;
@@ -214,7 +233,7 @@ bool LogTargetDefault::Write(int32_t level, const char* f1, const char* f2, cons
     milliseconds = static_cast<int>(now.tv_usec / 1000);
   }
   lastLineTime_ = seconds;
-  BuildLine(seconds, milliseconds, fields, separator_, message_buffer, line_buffer);
+  BuildLine(seconds, milliseconds, fields, separator_, text, line_buffer);
   WriteLine(line_buffer.c_str());
 
   if (use_file_lock) {
@@ -247,8 +266,18 @@ void LogTargetDefault::WriteLine(const char* text) {
     stream_.setstate(std::ios::badbit);
     return;
   }
-  stream_ << text << '\n';
-  stream_.flush();
+  // As with stream insertion, a stream in a failed state takes nothing more.
+  if (!stream_.good()) {
+    return;
+  }
+  // Straight into the stream's buffer, then out in one write: the line and
+  // its newline reach the file together.
+  std::streambuf* buffer = stream_.rdbuf();
+  const std::streamsize length = static_cast<std::streamsize>(std::strlen(text));
+  if (buffer->sputn(text, length) != length || buffer->sputc('\n') == EOF ||
+      buffer->pubsync() != 0) {
+    stream_.setstate(std::ios::badbit);
+  }
 }
 
 } // namespace oobe

@@ -69,6 +69,10 @@ bool GetModificationDate(const std::string& path, uint64_t& date);
 // Needs the right to set a file's times (its owner, or root).
 bool SetModificationDate(const std::string& path, uint64_t date);
 
+// Copies the bytes of file `from` into `to` (created, or truncated), the
+// fastest way the system offers. True when every byte was copied.
+bool CopyFileContents(const std::string& from, const std::string& to);
+
 // Deletes a file, or a folder with everything in it. A missing path succeeds.
 bool DeletePath(const std::string& path);
 

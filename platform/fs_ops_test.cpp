@@ -402,6 +402,26 @@ TEST_F(FsOpsTest, SetModificationDateIsReadBackExactly) {
   EXPECT_FALSE(SetModificationDate(sandbox_.Path("missing"), date));
 }
 
+TEST_F(FsOpsTest, CopyFileContentsCopiesEveryByteAndTruncatesTheTarget) {
+  std::string bytes;
+  for (int i = 0; i < 3 * 1048576 + 17; ++i) {
+    bytes += static_cast<char>(i * 7);
+  }
+  WriteFile(sandbox_.Path("from"), bytes);
+  WriteFile(sandbox_.Path("to"), std::string(5 * 1048576, 'x'));
+  ASSERT_TRUE(CopyFileContents(sandbox_.Path("from"), sandbox_.Path("to")));
+  EXPECT_EQ(oru_testing::ReadFile(sandbox_.Path("to")), bytes);
+  EXPECT_FALSE(CopyFileContents(sandbox_.Path("missing"), sandbox_.Path("x")));
+  WriteFile(sandbox_.Path("empty"), "");
+  ASSERT_TRUE(CopyFileContents(sandbox_.Path("empty"), sandbox_.Path("to")));
+  EXPECT_EQ(oru_testing::ReadFile(sandbox_.Path("to")), "");
+}
+
+TEST_F(FsOpsTest, CopyFileContentsFailsWhenTheTargetCannotBeMade) {
+  WriteFile(sandbox_.Path("from"), "x");
+  EXPECT_FALSE(CopyFileContents(sandbox_.Path("from"), sandbox_.Path("no-folder/to")));
+}
+
 TEST_F(FsOpsTest, GetModificationDateOfAMissingFileFailsAndLeavesTheOutput) {
   uint64_t date = 42;
   EXPECT_FALSE(GetModificationDate(sandbox_.Path("missing"), date));

@@ -1,0 +1,105 @@
+// Copying a file's bytes on Linux: in the kernel with copy_file_range, with
+// plain reads and writes where the file systems cannot do that.
+#if !defined(__linux__)
+#error "fs_copy_linux.cpp is the Linux backend; macOS uses fcopyfile in mac/fs_ops_mac.mm"
+#endif
+
+#include "platform/fs_ops.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <unistd.h>
+#include <vector>
+
+namespace platform {
+
+namespace {
+
+constexpr size_t kCopyChunkBytes = 1 << 20;
+
+class ScopedFd {
+public:
+  explicit ScopedFd(int fd) : fd_(fd) {}
+  ~ScopedFd() {
+    if (fd_ >= 0) {
+      close(fd_);
+    }
+  }
+  ScopedFd(const ScopedFd&) = delete;
+  ScopedFd& operator=(const ScopedFd&) = delete;
+  int get() const { return fd_; }
+
+private:
+  int fd_;
+};
+
+bool WriteAll(int fd, const char* bytes, size_t size) {
+  while (size > 0) {
+    const ssize_t written = write(fd, bytes, size);
+    if (written < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return false;
+    }
+    bytes += written;
+    size -= static_cast<size_t>(written);
+  }
+  return true;
+}
+
+bool CopyByReading(int from, int to) {
+  std::vector<char> chunk(kCopyChunkBytes);
+  while (true) {
+    const ssize_t got = read(from, chunk.data(), chunk.size());
+    if (got == 0) {
+      return true;
+    }
+    if (got < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return false;
+    }
+    if (!WriteAll(to, chunk.data(), static_cast<size_t>(got))) {
+      return false;
+    }
+  }
+}
+
+} // namespace
+
+bool CopyFileContents(const std::string& from, const std::string& to) {
+  const ScopedFd source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
+  if (source.get() < 0) {
+    return false;
+  }
+  const ScopedFd destination(open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+  if (destination.get() < 0) {
+    return false;
+  }
+  while (true) {
+    const ssize_t copied =
+        copy_file_range(source.get(), nullptr, destination.get(), nullptr, kCopyChunkBytes, 0);
+    if (copied == 0) {
+      break;
+    }
+    if (copied < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      // Not possible between these files: copy what is left by hand, from
+      // where the kernel stopped.
+      if (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP) {
+        if (!CopyByReading(source.get(), destination.get())) {
+          return false;
+        }
+        break;
+      }
+      return false;
+    }
+  }
+  return true;
+}
+
+} // namespace platform
