@@ -9,6 +9,14 @@ LogManager& LogManager::Instance() {
   return manager;
 }
 
+LogManager::~LogManager() {
+  for (auto& [name, targets] : registry_) {
+    for (LogTargetBase* target : targets) {
+      target->Close();
+    }
+  }
+}
+
 bool LogManager::AddTarget(LogTargetBase* target) {
   if (!target || !target->Open()) {
     return false;

@@ -33,6 +33,9 @@ public:
 
 private:
   LogManager() = default;
+  // At process end, closes every target still registered, so that each
+  // file's lock set is left by this process and removed by the last one out.
+  ~LogManager();
 
   std::map<std::string, std::vector<LogTargetBase*>> registry_;
 };

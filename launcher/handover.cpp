@@ -1,0 +1,115 @@
+#include "launcher/handover.h"
+
+#include "launcher/updater_log.h"
+#include "launcher/user_local_path.h"
+#include "launcher/zelto.h"
+#include "locks/updater_lock.h"
+#include "platform/paths.h"
+
+#include <cstring>
+#include <memory>
+#include <string>
+
+const char kOruLauncherKey[] = "Oru_Launcher_Utility";
+const char kSyncOruLauncherWaitKey[] = "VelUpdater1_Sync_OruLauncherWait";
+const char kUpdateInstallerKey[] = "VelUpdater1_Update_Installer";
+const char kSyncUInstPostSelfUpdateWaitKey[] =
+    "VelUpdater1_Sync_UpdateInstaller_PostSelfUpdateWait";
+
+namespace {
+
+constexpr int kLauncherLines = 2;
+
+char kAppletId[] = "--appletID=UWA_UI";
+char kAppletVersion[] = "--appletVersion=1.0";
+char kWorkflow[] = "--workflow=Updater";
+char kMode[] = "--mode=PostSelfUpdate";
+const char kUserLocalPathOption[] = "--updaterUserLocalPath=";
+
+// strlcpy: copies at most size - 1 bytes and always terminates.
+void BoundedCopy(char* destination, const char* source, size_t size) {
+  const size_t length = std::min(std::strlen(source), size - 1);
+  std::memcpy(destination, source, length);
+  destination[length] = '\0';
+}
+
+void Log(const std::string& message) {
+  UpdaterLogWrite(kLauncherLines, message);
+}
+
+bool InstallerRunning() {
+  return IsRunning(kUpdateInstallerKey);
+}
+
+// Hands control back to an installer that still waits for us.
+void HandBack() {
+  UpdaterLogStart();
+  if (InstallerRunning()) {
+    Log("Oru Launcher : Releasing kSyncUInstPostSelfUpdateWaitKey Lock.");
+    NuvexUpdaterSyncWaitLockRelease(kSyncUInstPostSelfUpdateWaitKey);
+  }
+  UpdaterLogClose();
+}
+
+} // namespace
+
+char* gZeltoArguments[6] = {kAppletId, kAppletVersion, kWorkflow, kMode, nullptr, nullptr};
+
+void SetUserLocalPathArgument(const char* folder) {
+  const std::string text = std::string(kUserLocalPathOption) + folder;
+  const size_t length = text.size();
+  gZeltoArguments[4] = new char[length + 1];
+  BoundedCopy(gZeltoArguments[4], text.c_str(), length + 1);
+}
+
+void FreeUserLocalPathArgument() {
+  delete[] gZeltoArguments[4];
+  gZeltoArguments[4] = nullptr;
+}
+
+int RunHandOver() {
+  UpdaterLogStart();
+  std::unique_ptr<UpdaterLock> single_instance;
+  try {
+    single_instance = std::make_unique<UpdaterLock>(kOruLauncherKey);
+  } catch (const updater_init_failed& failure) {
+    UpdaterLogValue(kLauncherLines, "Oru Launcher : ", failure.what());
+    Log("Oru Launcher : WARNING - Failed to acquire NuvexUpdaterUtils::kOruLauncherKey lock.");
+    HandBack();
+    return 0;
+  }
+  Log("Oru Launcher : Acquired lock NuvexUpdaterUtils::kOruLauncherKey sucessfully.");
+  Log("Oru Launcher  : Acquiring kSyncOruLauncherWaitKey Lock.");
+  // Waits for the installer's post; stops waiting if the installer is gone,
+  // since then nobody will post.
+  NuvexUpdaterSyncWaitLockAcquire(kSyncOruLauncherWaitKey, &InstallerRunning);
+
+  if (!InstallerRunning()) {
+    Log("Oru Launcher : WARNING - Update Installer is not running . Hence quitting.");
+    UpdaterLogClose();
+    return 0;
+  }
+
+  std::string zelto;
+  if (!FindZeltoExecutable(zelto)) {
+    UpdaterLogStart();
+    Log("Oru Launcher : WARNING - Unable to get the Zelto executable path.");
+    UpdaterLogClose();
+    HandBack();
+    return 0;
+  }
+
+  std::string user_local;
+  if (GetUserLocalPath(user_local)) {
+    SetUserLocalPathArgument(platform::DirName(user_local).c_str());
+  }
+  UpdaterLogValue(kLauncherLines, "Oru Launcher : Zelto executable path is ", zelto);
+  UpdaterLogClose();
+
+  const bool launched = LaunchZelto(zelto, gZeltoArguments);
+  FreeUserLocalPathArgument();
+  if (!launched) {
+    HandBack();
+  }
+  return 0;
+}

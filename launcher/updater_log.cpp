@@ -1,0 +1,160 @@
+#include "launcher/updater_log.h"
+
+#include "esd/format_string.h"
+#include "esd/updater_prefs.h"
+#include "launcher/user_local_path.h"
+#include "oobe/log_manager.h"
+#include "platform/paths.h"
+
+namespace {
+
+const char kTargetName[] = "UPDATER";
+const char kApplicationVersion[] = "10.0.0.22";
+
+// Facade level 1..10 -> library level; 10 maps to 0 on purpose.
+constexpr int32_t kLibraryLevels[10] = {30, 30, 20, 20, 30, 30, 30, 30, 30, 0};
+
+struct FacadeState {
+  oobe::LogTargetDefault* target = nullptr;
+  int level = 0;
+  std::string fields[4];
+};
+
+FacadeState& State() {
+  static FacadeState state;
+  return state;
+}
+
+// The part before the last "/"; "/" for a path whose only "/" is first.
+std::string ParentDirectory(const std::string& path) {
+  return platform::DirName(path);
+}
+
+// The part after the last "/" or "\" (either counts here).
+std::string FileNameOf(const std::string& path) {
+  const size_t separator = path.find_last_of("/\\");
+  return separator == std::string::npos ? path : path.substr(separator + 1);
+}
+
+void ForwardPrefsLine(int level, const std::string& message) {
+  UpdaterLogWrite(level, message);
+}
+
+} // namespace
+
+int32_t UpdaterLogLibraryLevel(int level) {
+  return level >= 1 && level <= 10 ? kLibraryLevels[level - 1] : 30;
+}
+
+std::string UpdaterDefaultLogFile() {
+  std::string folder;
+  if (!GetUserLocalPath(folder)) {
+    return std::string();
+  }
+  return platform::JoinPath(folder, "oruu.log");
+}
+
+bool UpdaterLogStart() {
+  SetUpdaterPrefsLogHook(&ForwardPrefsLine);
+  int level = 0;
+  std::string path;
+  try {
+    NuvexUpdaterPrefs& prefs = GetUpdaterPrefs(false);
+    if (prefs.LockPrefs()) {
+      prefs.GetPref<std::string>("LogFile", path, std::string());
+      prefs.GetPref<int>("LogLevel", level, -1);
+      if (path.empty()) {
+        path = UpdaterDefaultLogFile();
+        prefs.SetPref<std::string>("LogFile", path);
+      }
+      if (level == -1) {
+        level = 2;
+        prefs.SetPref<int>("LogLevel", 2);
+      }
+      if (esd::LockPolicyInterface* lock = prefs.lockPolicy()) {
+        lock->Unlock(false);
+      }
+    }
+  } catch (...) {
+    // The values read so far stand; the preferences lock, if this process
+    // took it, stays with it, as every program sharing the preferences does.
+  }
+  if (level <= 0) {
+    return true;
+  }
+  if (path.empty()) {
+    path = UpdaterDefaultLogFile();
+  }
+  UpdaterLogOpen(path, level, "", "UPDATER", "SHARED");
+  UpdaterLogText(1, "Application Version: ", kApplicationVersion);
+  UpdaterLogValue(2, "cmdline option: -logFile", path);
+  UpdaterLogInt(2, "cmdline option: -logLevel", level);
+  return true;
+}
+
+bool UpdaterLogOpen(const std::string& path, int level, const std::string& field1,
+                    const std::string& field2, const std::string& field3) {
+  if (level < 1) {
+    return false;
+  }
+  FacadeState& state = State();
+  // A target open before stays registered; it is not removed or destroyed.
+  auto* target = new oobe::LogTargetDefault(kTargetName);
+  state.target = target;
+  target->SetLevel(UpdaterLogLibraryLevel(level));
+  bool placed = false;
+  const std::string parent = path.empty() ? std::string() : ParentDirectory(path);
+  if (!parent.empty()) {
+    (void)target->SetLogFile(FileNameOf(path).c_str(), parent.c_str());
+    placed = true;
+  }
+  oobe::LogManager::Instance().AddTarget(target);
+  state.level = level;
+  state.fields[0] = field1;
+  state.fields[1] = field2;
+  state.fields[2] = field3;
+  state.fields[3].clear();
+  UpdaterLogWrite(1, ">>> Nuvex Updater Log Begin >>>");
+  return placed;
+}
+
+void UpdaterLogClose() {
+  FacadeState& state = State();
+  if (!state.target) {
+    return;
+  }
+  UpdaterLogWrite(1, "<<< Nuvex Updater Log End <<<\n\n");
+  oobe::LogManager::Instance().RemoveTarget(kTargetName, state.target);
+  delete state.target;
+  state.target = nullptr;
+}
+
+void UpdaterLogWrite(int level, const std::string& message) {
+  const FacadeState& state = State();
+  if (state.level < 1 || state.level < level || !state.target) {
+    return;
+  }
+  oobe::LogManager::Instance().Write(
+      kTargetName, UpdaterLogLibraryLevel(level), state.fields[0].c_str(), state.fields[1].c_str(),
+      state.fields[2].c_str(), state.fields[3].c_str(), "", "", message.c_str(), 0);
+}
+
+void UpdaterLogMessage(int level, const std::string& message) {
+  const std::string copy = message;
+  UpdaterLogWrite(level, copy);
+}
+
+void UpdaterLogValue(int level, const std::string& message, const std::string& value) {
+  UpdaterLogWrite(level, message + " = " + value);
+}
+
+void UpdaterLogInt(int level, const std::string& message, int value) {
+  std::string line;
+  // Written whatever the formatting reports.
+  (void)esd::FormatString(line, "%0 = %1", message, value);
+  UpdaterLogWrite(level, line);
+}
+
+void UpdaterLogText(int level, const std::string& message, const char* value) {
+  UpdaterLogWrite(level, message + (value ? value : "<NULL>"));
+}

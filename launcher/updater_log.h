@@ -1,0 +1,43 @@
+// The updater log: one process-wide log target named "UPDATER", configured
+// from the updater preferences, and the one-line calls that every part of
+// the launcher writes through.
+//
+// Levels here are the callers' own (1 banners and version, 2 launcher lines,
+// 3 lock lines); a fixed table maps them to the logging library's levels.
+#ifndef ORU_LAUNCHER_UPDATER_LOG_H
+#define ORU_LAUNCHER_UPDATER_LOG_H
+
+#include <cstdint>
+#include <string>
+
+// The library level of a facade level: 1-10 from the table, 30 otherwise.
+int32_t UpdaterLogLibraryLevel(int level);
+
+// Reads "LogFile" and "LogLevel" from the preferences (writing defaults
+// back when they are missing) and opens the log unless the level is 0 or
+// less. Always true. May be called again while a log is open.
+bool UpdaterLogStart();
+
+// Opens a new "UPDATER" target; true only when `path` gave it a folder and
+// a file name. A target open before stays registered beside the new one.
+bool UpdaterLogOpen(const std::string& path, int level, const std::string& field1,
+                    const std::string& field2, const std::string& field3);
+
+// Writes the end banner and dismantles the target; nothing without a log.
+void UpdaterLogClose();
+
+// The gate of every line: written only while a log is open and `level` is
+// within the configured level.
+void UpdaterLogWrite(int level, const std::string& message);
+void UpdaterLogMessage(int level, const std::string& message);
+// message + " = " + value.
+void UpdaterLogValue(int level, const std::string& message, const std::string& value);
+// "%0 = %1" with the message and the integer.
+void UpdaterLogInt(int level, const std::string& message, int value);
+// message immediately followed by value ("<NULL>" for null).
+void UpdaterLogText(int level, const std::string& message, const char* value);
+
+// The default log file: the user-local updater folder + "oruu.log", or empty.
+std::string UpdaterDefaultLogFile();
+
+#endif // ORU_LAUNCHER_UPDATER_LOG_H
