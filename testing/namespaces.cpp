@@ -14,7 +14,8 @@ bool EnterPrivateIpcAndTmp() {
   static const bool entered = EnterPrivateIpcNamespace() && unshare(CLONE_NEWNS) == 0 &&
                               mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
                               mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777") == 0 &&
-                              mount("tmpfs", "/dev/shm", "tmpfs", 0, "mode=1777") == 0;
+                              mount("tmpfs", "/dev/shm", "tmpfs", 0, "mode=1777") == 0 &&
+                              mount("tmpfs", "/var/tmp", "tmpfs", 0, "mode=1777") == 0;
   return entered;
 }
 

@@ -9,8 +9,9 @@ namespace oru_testing {
 // process; true when it is in force.
 bool EnterPrivateIpcNamespace();
 
-// EnterPrivateIpcNamespace, plus a mount namespace with empty, private /tmp
-// and /dev/shm. Call before making a Sandbox (which lives under /tmp).
+// EnterPrivateIpcNamespace, plus a mount namespace with empty, private /tmp,
+// /var/tmp and /dev/shm. Call before making a Sandbox (which lives under
+// /tmp).
 bool EnterPrivateIpcAndTmp();
 
 } // namespace oru_testing

@@ -1,0 +1,249 @@
+#include "esd/format_string.h"
+#include "esd/updater_prefs.h"
+#include "launcher/updater_log.h"
+#include "launcher/user_local_path.h"
+#include "platform/folders.h"
+#include "platform/paths.h"
+#include "testing/child_process.h"
+#include "testing/sandbox.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+
+namespace {
+
+using oru_testing::RunInChild;
+using oru_testing::Sandbox;
+
+std::vector<std::string> Messages(const std::string& path) {
+  std::ifstream in(path);
+  std::vector<std::string> messages;
+  std::string line;
+  while (std::getline(in, line)) {
+    size_t position = 0;
+    for (int separator = 0; separator < 9 && position != std::string::npos; ++separator) {
+      position = line.find(" | ", position);
+      position = position == std::string::npos ? position : position + 3;
+    }
+    messages.push_back(position == std::string::npos ? line : line.substr(position));
+  }
+  return messages;
+}
+
+bool Contains(const std::vector<std::string>& messages, const std::string& message) {
+  return std::find(messages.begin(), messages.end(), message) != messages.end();
+}
+
+// The facade and the preferences are process-wide: every test runs its
+// body in a child of its own.
+class UpdaterLogTest : public ::testing::Test {
+protected:
+  std::string PrefsFolder() const { return sandbox_.data_home() + "/Nuvex/OruUpdater/1.0"; }
+  std::string PrefsFile() const { return PrefsFolder() + "/NuvexUpdaterPrefs.dat"; }
+  std::string DefaultLog() const { return PrefsFolder() + "/oruu.log"; }
+
+  void WritePrefs(const std::string& body) {
+    ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+    oru_testing::WriteFile(PrefsFile(), "<Preferences>" + body + "</Preferences>");
+  }
+
+  Sandbox sandbox_;
+};
+
+TEST(UpdaterLogLevelTest, FacadeLevelsMapThroughTheTable) {
+  const int32_t expected[] = {30, 30, 20, 20, 30, 30, 30, 30, 30, 0};
+  for (int level = 1; level <= 10; ++level) {
+    EXPECT_EQ(UpdaterLogLibraryLevel(level), expected[level - 1]) << level;
+  }
+  EXPECT_EQ(UpdaterLogLibraryLevel(0), 30);
+  EXPECT_EQ(UpdaterLogLibraryLevel(11), 30);
+  EXPECT_EQ(UpdaterLogLibraryLevel(-1), 30);
+}
+
+TEST(FormatStringTest, MessageAndIntegerGiveMessageEqualsInteger) {
+  std::string out;
+  ASSERT_TRUE(esd::FormatString(out, "%0 = %1", "x", 5));
+  EXPECT_EQ(out, "x = 5");
+}
+
+TEST(FormatStringTest, PlaceholderAboveNineStopsAndFails) {
+  std::string out;
+  EXPECT_FALSE(esd::FormatString(out, "a%12b", "x", 5));
+  EXPECT_EQ(out, "a");
+}
+
+TEST(FormatStringTest, LonePercentAtTheEndIsKept) {
+  std::string out;
+  ASSERT_TRUE(esd::FormatString(out, "100%", "x", 5));
+  EXPECT_EQ(out, "100%");
+}
+
+TEST(FormatStringTest, DoublePercentAndPercentBeforeALetter) {
+  std::string out;
+  ASSERT_TRUE(esd::FormatString(out, "%%0 %s %2%9", "x", 5, "two", "", "", "", "", "", "", "nine"));
+  EXPECT_EQ(out, "%0 %s twonine");
+}
+
+TEST(FormatStringTest, EmptyFormatGivesEmptyOutput) {
+  std::string out = "old";
+  ASSERT_TRUE(esd::FormatString(out, "", "x", 5));
+  EXPECT_EQ(out, "");
+}
+
+TEST_F(UpdaterLogTest, AbsentLevelMeansTwoAndIsWrittenBackWithTheDefaultFile) {
+  const int status = RunInChild([&] {
+    UpdaterLogStart();
+    UpdaterLogClose();
+    std::string file;
+    int level = 0;
+    NuvexUpdaterPrefs& prefs = GetUpdaterPrefs(false);
+    prefs.SetPrefsPath(prefs.prefsPath());
+    if (!prefs.GetPref<std::string>("LogFile", file, "") || file != DefaultLog()) {
+      return 1;
+    }
+    return prefs.GetPref<int>("LogLevel", level, -1) && level == 2 ? 0 : 2;
+  });
+  EXPECT_EQ(status, 0);
+  const auto messages = Messages(DefaultLog());
+  ASSERT_GE(messages.size(), 5u);
+  EXPECT_EQ(messages[0], ">>> Nuvex Updater Log Begin >>>");
+  EXPECT_EQ(messages[1], "Application Version: 10.0.0.22");
+  EXPECT_EQ(messages[2], "cmdline option: -logFile = " + DefaultLog());
+  EXPECT_EQ(messages[3], "cmdline option: -logLevel = 2");
+  EXPECT_EQ(messages[4], "<<< Nuvex Updater Log End <<<");
+}
+
+TEST_F(UpdaterLogTest, LevelZeroOrNegativeTurnsLoggingOff) {
+  for (const char* level : {"0", "-5"}) {
+    WritePrefs(std::string("<LogLevel>") + level + "</LogLevel><LogFile>" +
+               sandbox_.Path("off.log") + "</LogFile>");
+    const int status = RunInChild([&] {
+      UpdaterLogStart();
+      UpdaterLogWrite(1, "never");
+      UpdaterLogClose();
+      return 0;
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_FALSE(platform::PathExists(sandbox_.Path("off.log"))) << level;
+  }
+}
+
+TEST_F(UpdaterLogTest, LockLinesNeedLevelThree) {
+  for (const char* level : {"2", "3"}) {
+    const std::string log = sandbox_.Path(std::string("level") + level + ".log");
+    WritePrefs(std::string("<LogLevel>") + level + "</LogLevel><LogFile>" + log + "</LogFile>");
+    const int status = RunInChild([&] {
+      UpdaterLogStart();
+      UpdaterLogWrite(3, "lock line");
+      UpdaterLogWrite(2, "launcher line");
+      UpdaterLogClose();
+      return 0;
+    });
+    EXPECT_EQ(status, 0);
+    const auto messages = Messages(log);
+    EXPECT_TRUE(Contains(messages, "launcher line"));
+    EXPECT_EQ(Contains(messages, "lock line"), std::string(level) == "3") << level;
+  }
+}
+
+TEST_F(UpdaterLogTest, PathWithoutSlashOpensWithoutPlacementAndStillWritesTheBanner) {
+  const int status = RunInChild([&] {
+    const bool placed = UpdaterLogOpen("bare.log", 2, "", "UPDATER", "SHARED");
+    UpdaterLogClose();
+    return placed ? 1 : 0;
+  });
+  EXPECT_EQ(status, 0);
+  std::string logs;
+  ASSERT_TRUE(platform::GetUserLogsFolder(logs));
+  // Without a placement, opening puts the library's default file straight
+  // into the user's logs folder.
+  const auto messages = Messages(logs + "/OOBE.log");
+  ASSERT_FALSE(messages.empty());
+  EXPECT_EQ(messages[0], ">>> Nuvex Updater Log Begin >>>");
+}
+
+TEST_F(UpdaterLogTest, TextWithANullValueWritesNull) {
+  const std::string log = sandbox_.Path("text.log");
+  const int status = RunInChild([&] {
+    UpdaterLogOpen(log, 2, "", "UPDATER", "SHARED");
+    UpdaterLogText(2, "value: ", nullptr);
+    UpdaterLogText(2, "value: ", "v");
+    UpdaterLogValue(2, "Oru Launcher : ", "Already running!");
+    UpdaterLogInt(2, "count", -3);
+    UpdaterLogMessage(2, "copied");
+    UpdaterLogClose();
+    return 0;
+  });
+  EXPECT_EQ(status, 0);
+  const auto messages = Messages(log);
+  EXPECT_EQ(messages, (std::vector<std::string>{">>> Nuvex Updater Log Begin >>>", "value: <NULL>",
+                                                "value: v", "Oru Launcher :  = Already running!",
+                                                "count = -3", "copied",
+                                                "<<< Nuvex Updater Log End <<<", "", ""}));
+}
+
+TEST_F(UpdaterLogTest, CloseWithoutAnOpenLogDoesNothing) {
+  const int status = RunInChild([] {
+    UpdaterLogClose();
+    UpdaterLogWrite(1, "nothing");
+    return 0;
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(UpdaterLogTest, LinesBeyondTheConfiguredLevelOrWithoutATargetAreDropped) {
+  const std::string log = sandbox_.Path("gate.log");
+  const int status = RunInChild([&] {
+    UpdaterLogOpen(log, 1, "", "UPDATER", "SHARED");
+    UpdaterLogWrite(2, "too verbose");
+    UpdaterLogClose();
+    UpdaterLogWrite(1, "after close");
+    return 0;
+  });
+  EXPECT_EQ(status, 0);
+  const auto messages = Messages(log);
+  EXPECT_FALSE(Contains(messages, "too verbose"));
+  EXPECT_FALSE(Contains(messages, "after close"));
+}
+
+TEST_F(UpdaterLogTest, StartingAgainWhileOpenAddsASecondTargetBesideTheFirst) {
+  const std::string log = sandbox_.Path("twice.log");
+  const int status = RunInChild([&] {
+    UpdaterLogOpen(log, 2, "", "UPDATER", "SHARED");
+    UpdaterLogOpen(log, 2, "", "UPDATER", "SHARED");
+    UpdaterLogWrite(2, "seen by both");
+    UpdaterLogClose();
+    return 0;
+  });
+  EXPECT_EQ(status, 0);
+  const auto messages = Messages(log);
+  EXPECT_EQ(std::count(messages.begin(), messages.end(), "seen by both"), 2);
+}
+
+TEST_F(UpdaterLogTest, PrefsLinesGoThroughTheFacadeOnceItIsOpen) {
+  const std::string log = sandbox_.Path("hook.log");
+  WritePrefs("<LogLevel>2</LogLevel><LogFile>" + log + "</LogFile>");
+  oru_testing::ScopedEnv no_inventory("XDG_DATA_DIRS", sandbox_.Path("nowhere"));
+  const int status = RunInChild([&] {
+    UpdaterLogStart();
+    NuvexUpdaterPrefs second(false); // a second instance logs the missing inventory again
+    UpdaterLogClose();
+    return 0;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(Contains(Messages(log), "Could not get Updater Inventory path on machine "));
+}
+
+TEST_F(UpdaterLogTest, UserLocalPathCacheWinsOverTheFolderLookup) {
+  const int status = RunInChild([&] {
+    SetUserLocalPathCache("/cached/folder");
+    std::string path;
+    return GetUserLocalPath(path) && path == "/cached/folder" ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+  std::string path;
+  ASSERT_TRUE(GetUserLocalPath(path));
+  EXPECT_EQ(path, PrefsFolder());
+}
+
+} // namespace

@@ -1,0 +1,144 @@
+#include "tests/e2e/e2e_support.h"
+
+#include "platform/fs_ops.h"
+#include "platform/paths.h"
+
+#include <chrono>
+#include <dirent.h>
+#include <fcntl.h>
+#include <fstream>
+#include <poll.h>
+#include <sys/sem.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace e2e {
+
+pid_t Start(const std::string& program, const std::vector<std::string>& arguments) {
+  const pid_t pid = fork();
+  if (pid == 0) {
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    for (const std::string& argument : arguments) {
+      argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    execve(program.c_str(), argv.data(), environ);
+    _exit(127);
+  }
+  return pid;
+}
+
+int Wait(pid_t pid) {
+  int status = 0;
+  if (waitpid(pid, &status, 0) != pid) {
+    return -1000;
+  }
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
+bool WaitForWaiters(int semaphore_set, int count) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (semctl(semaphore_set, 0, GETNCNT) < count) {
+    if (std::chrono::steady_clock::now() > deadline) {
+      return false;
+    }
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+bool SetExists(key_t key) {
+  return key != -1 && semget(key, 0, 0) >= 0;
+}
+
+std::vector<std::string> NamedSemaphores() {
+  std::vector<std::string> names;
+  if (DIR* dir = opendir("/dev/shm")) {
+    while (const struct dirent* entry = readdir(dir)) {
+      const std::string name = entry->d_name;
+      if (name.rfind("sem.", 0) == 0) {
+        names.push_back(name);
+      }
+    }
+    closedir(dir);
+  }
+  return names;
+}
+
+FakeZelto::FakeZelto(const std::string& path, const std::string& program) : path_(path) {
+  platform::CreateDirectoryTree(platform::DirName(path));
+  platform::CopyFileContents(program, path);
+  chmod(path.c_str(), 0755);
+  mkfifo((path + ".fifo").c_str(), 0600);
+  fifo_ = open((path + ".fifo").c_str(), O_RDONLY | O_NONBLOCK);
+}
+
+FakeZelto::~FakeZelto() {
+  if (fifo_ >= 0) {
+    close(fifo_);
+  }
+}
+
+bool FakeZelto::WaitForStart() {
+  struct pollfd wait = {fifo_, POLLIN, 0};
+  return poll(&wait, 1, 10000) == 1 && (wait.revents & POLLIN) && Started();
+}
+
+bool FakeZelto::Started() const {
+  return platform::PathExists(path_ + ".record");
+}
+
+std::vector<std::string> FakeZelto::Arguments() const {
+  std::ifstream in(path_ + ".record");
+  std::vector<std::string> lines;
+  std::string line;
+  std::getline(in, line); // the start time
+  while (std::getline(in, line)) {
+    lines.push_back(line);
+  }
+  return lines;
+}
+
+long long FakeZelto::StartNanoseconds() const {
+  std::ifstream in(path_ + ".record");
+  long long nanoseconds = 0;
+  in >> nanoseconds;
+  return nanoseconds;
+}
+
+std::vector<LogEntry> ReadLog(const std::string& path) {
+  std::ifstream in(path);
+  std::vector<LogEntry> entries;
+  std::string line;
+  while (std::getline(in, line)) {
+    std::vector<size_t> separators;
+    for (size_t at = line.find(" | "); at != std::string::npos && separators.size() < 9;
+         at = line.find(" | ", at + 3)) {
+      separators.push_back(at);
+    }
+    if (separators.size() < 9) {
+      entries.push_back({"", line}); // a continuation of the previous line's message
+      continue;
+    }
+    entries.push_back({line.substr(separators[7] + 3, separators[8] - separators[7] - 3),
+                       line.substr(separators[8] + 3)});
+  }
+  return entries;
+}
+
+std::vector<std::string> MessagesOf(const std::vector<LogEntry>& entries,
+                                    const std::string& thread) {
+  std::vector<std::string> messages;
+  for (const LogEntry& entry : entries) {
+    if (thread.empty() || entry.thread == thread || entry.thread.empty()) {
+      messages.push_back(entry.message);
+    }
+  }
+  return messages;
+}
+
+} // namespace e2e

@@ -1,0 +1,53 @@
+// Running the real executables of the hand-over in a test.
+#ifndef ORU_TESTS_E2E_E2E_SUPPORT_H
+#define ORU_TESTS_E2E_E2E_SUPPORT_H
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace e2e {
+
+// Starts `program` with `arguments` (argv[0] is the program) and this
+// process's environment.
+pid_t Start(const std::string& program, const std::vector<std::string>& arguments = {});
+// Its exit status (or -signal).
+int Wait(pid_t pid);
+
+// Waits, at most 10 s, until `count` processes block on the set's semaphore.
+bool WaitForWaiters(int semaphore_set, int count);
+
+bool SetExists(key_t key);
+
+// Names of POSIX named semaphores left in /dev/shm.
+std::vector<std::string> NamedSemaphores();
+
+// The fake Zelto installed where the launcher looks for Zelto, with a fifo
+// beside it that reports its start.
+class FakeZelto {
+public:
+  FakeZelto(const std::string& path, const std::string& program);
+  ~FakeZelto();
+  // Waits (at most 10 s) for the app to have started; its record then.
+  bool WaitForStart();
+  std::vector<std::string> Arguments() const;
+  long long StartNanoseconds() const;
+  bool Started() const;
+
+private:
+  std::string path_;
+  int fifo_ = -1;
+};
+
+// The message column of each line of a log, with the line's thread id.
+struct LogEntry {
+  std::string thread;
+  std::string message;
+};
+std::vector<LogEntry> ReadLog(const std::string& path);
+std::vector<std::string> MessagesOf(const std::vector<LogEntry>& entries,
+                                    const std::string& thread = "");
+
+} // namespace e2e
+
+#endif // ORU_TESTS_E2E_E2E_SUPPORT_H

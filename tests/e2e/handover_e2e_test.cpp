@@ -1,0 +1,254 @@
+// The real launcher, the fake Zelto and this test as the installer, through
+// every path of the hand-over.
+#include "launcher/handover.h"
+#include "locks/updater_lock.h"
+#include "oobe/file_lock.h"
+#include "platform/paths.h"
+#include "testing/namespaces.h"
+#include "testing/sandbox.h"
+#include "tests/e2e/e2e_support.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <sys/sem.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using e2e::FakeZelto;
+
+class HandOverTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    if (!oru_testing::EnterPrivateIpcAndTmp()) {
+      GTEST_SKIP() << "needs private IPC and mount namespaces (root)";
+    }
+    sandbox_ = std::make_unique<oru_testing::Sandbox>();
+  }
+
+  std::string ZeltoPath() const {
+    return sandbox_->local_data() + "/Nuvex/OOBE/Zelto/core/Zelto.app/Contents/MacOS/Zelto";
+  }
+  std::string UpdaterFolder() const { return sandbox_->data_home() + "/Nuvex/OruUpdater"; }
+  std::string LogPath() const { return UpdaterFolder() + "/1.0/oruu.log"; }
+
+  // The installer's side: its lock, and the set it waits on after handing
+  // over, made before the launcher starts so the test can watch it.
+  void BeInstaller() {
+    installer_ = std::make_unique<UpdaterLock>(kUpdateInstallerKey);
+    installer_wait_ = std::make_unique<UpdaterLock_Wait>(kSyncUInstPostSelfUpdateWaitKey);
+  }
+
+  // Posts the launcher's rendezvous once the launcher blocks on it.
+  void PostWhenTheLauncherWaits(int waiters = 1) {
+    UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
+    ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), waiters));
+    ASSERT_TRUE(rendezvous.Release());
+  }
+
+  pid_t StartLauncher() { return e2e::Start(ORU_LAUNCHER_EXE); }
+
+  bool ReleasePosted() const {
+    return !e2e::SetExists(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey));
+  }
+
+  // What every run must leave behind: nothing but the single-holder sets.
+  void ExpectNothingLeftBehind(const std::string& log) {
+    EXPECT_TRUE(e2e::NamedSemaphores().empty());
+    EXPECT_FALSE(e2e::SetExists(UpdaterLockWaitKey(kSyncOruLauncherWaitKey)));
+    EXPECT_FALSE(e2e::SetExists(static_cast<key_t>(oobe::FileLockKey(log))));
+  }
+
+  std::vector<std::string> Expected(std::initializer_list<std::string> launcher_lines) {
+    std::vector<std::string> lines = {
+        ">>> Nuvex Updater Log Begin >>>", "Application Version: 10.0.0.22",
+        "cmdline option: -logFile = " + LogPath(), "cmdline option: -logLevel = 2"};
+    lines.insert(lines.end(), launcher_lines);
+    return lines;
+  }
+
+  std::unique_ptr<oru_testing::Sandbox> sandbox_;
+  std::unique_ptr<UpdaterLock> installer_;
+  std::unique_ptr<UpdaterLock_Wait> installer_wait_;
+};
+
+TEST_F(HandOverTest, NormalHandOverStartsZeltoWithFiveArgumentsAndPostsNoRelease) {
+  FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  BeInstaller();
+  const pid_t launcher = StartLauncher();
+  PostWhenTheLauncherWaits();
+  EXPECT_EQ(e2e::Wait(launcher), 0);
+  ASSERT_TRUE(zelto.WaitForStart());
+  EXPECT_EQ(zelto.Arguments(),
+            (std::vector<std::string>{ZeltoPath(), "--appletID=UWA_UI", "--appletVersion=1.0",
+                                      "--workflow=Updater", "--mode=PostSelfUpdate",
+                                      "--updaterUserLocalPath=" + UpdaterFolder()}));
+  EXPECT_FALSE(ReleasePosted());
+  EXPECT_EQ(
+      e2e::MessagesOf(e2e::ReadLog(LogPath())),
+      Expected({"Oru Launcher : Acquired lock NuvexUpdaterUtils::kOruLauncherKey sucessfully.",
+                "Oru Launcher  : Acquiring kSyncOruLauncherWaitKey Lock.",
+                "Oru Launcher : Zelto executable path is  = " + ZeltoPath(),
+                "<<< Nuvex Updater Log End <<<", "", ""}));
+  ExpectNothingLeftBehind(LogPath());
+}
+
+TEST_F(HandOverTest, SecondLauncherWhileOneRunsIsAlreadyRunningAndReleasesTheInstaller) {
+  FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  BeInstaller();
+  const pid_t first = StartLauncher();
+  {
+    UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
+    ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), 1));
+  }
+  const pid_t second = StartLauncher();
+  EXPECT_EQ(e2e::Wait(second), 0);
+  EXPECT_TRUE(ReleasePosted());
+  const auto lines = e2e::MessagesOf(e2e::ReadLog(LogPath()), std::to_string(second));
+  const auto at = [&lines](const std::string& line) {
+    return std::find(lines.begin(), lines.end(), line) - lines.begin();
+  };
+  const long running = at("Oru Launcher :  = Already running!");
+  const long warning =
+      at("Oru Launcher : WARNING - Failed to acquire NuvexUpdaterUtils::kOruLauncherKey lock.");
+  const long releasing = at("Oru Launcher : Releasing kSyncUInstPostSelfUpdateWaitKey Lock.");
+  EXPECT_LT(running, warning);
+  EXPECT_LT(warning, releasing);
+  EXPECT_LT(releasing, static_cast<long>(lines.size()));
+  EXPECT_FALSE(zelto.Started());
+
+  // The first launcher goes on when the installer posts.
+  PostWhenTheLauncherWaits();
+  EXPECT_EQ(e2e::Wait(first), 0);
+  EXPECT_TRUE(zelto.WaitForStart());
+  ExpectNothingLeftBehind(LogPath());
+}
+
+TEST_F(HandOverTest, WithoutAnInstallerTheLauncherWarnsAndNeitherStartsNorReleases) {
+  FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  installer_wait_ = std::make_unique<UpdaterLock_Wait>(kSyncUInstPostSelfUpdateWaitKey);
+  // Nobody posts: the launcher stops waiting once it sees the installer gone.
+  EXPECT_EQ(e2e::Wait(StartLauncher()), 0);
+  EXPECT_FALSE(zelto.Started());
+  EXPECT_FALSE(ReleasePosted());
+  EXPECT_EQ(
+      e2e::MessagesOf(e2e::ReadLog(LogPath())),
+      Expected({"Oru Launcher : Acquired lock NuvexUpdaterUtils::kOruLauncherKey sucessfully.",
+                "Oru Launcher  : Acquiring kSyncOruLauncherWaitKey Lock.",
+                "Oru Launcher : WARNING - Update Installer is not running . Hence quitting.",
+                "<<< Nuvex Updater Log End <<<", "", ""}));
+  ExpectNothingLeftBehind(LogPath());
+}
+
+TEST_F(HandOverTest, ZeltoFolderNotFoundWarnsAndReleasesTheInstaller) {
+  oru_testing::ScopedEnv no_machine_folder("XDG_DATA_DIRS", sandbox_->Path("no-such-folder"));
+  BeInstaller();
+  const pid_t launcher = StartLauncher();
+  PostWhenTheLauncherWaits();
+  EXPECT_EQ(e2e::Wait(launcher), 0);
+  EXPECT_TRUE(ReleasePosted());
+  const auto lines = e2e::MessagesOf(e2e::ReadLog(LogPath()));
+  EXPECT_NE(std::find(lines.begin(), lines.end(),
+                      "Oru Launcher : WARNING - Unable to get the Zelto executable path."),
+            lines.end());
+  EXPECT_NE(std::find(lines.begin(), lines.end(),
+                      "Oru Launcher : Releasing kSyncUInstPostSelfUpdateWaitKey Lock."),
+            lines.end());
+  ExpectNothingLeftBehind(LogPath());
+}
+
+TEST_F(HandOverTest, ZeltoMissingFailsTheLaunchAndReleasesTheInstaller) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(sandbox_->local_data()));
+  BeInstaller();
+  const pid_t launcher = StartLauncher();
+  PostWhenTheLauncherWaits();
+  EXPECT_EQ(e2e::Wait(launcher), 0);
+  EXPECT_TRUE(ReleasePosted());
+  const auto lines = e2e::MessagesOf(e2e::ReadLog(LogPath()));
+  EXPECT_NE(std::find(lines.begin(), lines.end(),
+                      "Oru Launcher : Releasing kSyncUInstPostSelfUpdateWaitKey Lock."),
+            lines.end());
+  ExpectNothingLeftBehind(LogPath());
+}
+
+TEST_F(HandOverTest, WithoutAUserLocalPathZeltoGetsExactlyFourArguments) {
+  FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  oru_testing::WriteFile(sandbox_->Path("blocker"), "");
+  oru_testing::ScopedEnv no_user_folder("XDG_DATA_HOME", sandbox_->Path("blocker/below"));
+  oru_testing::WriteFile("/var/tmp/Nuvex", ""); // kind 2's updater folder cannot be made either
+  BeInstaller();
+  const pid_t launcher = StartLauncher();
+  PostWhenTheLauncherWaits();
+  EXPECT_EQ(e2e::Wait(launcher), 0);
+  ASSERT_TRUE(zelto.WaitForStart());
+  EXPECT_EQ(zelto.Arguments(),
+            (std::vector<std::string>{ZeltoPath(), "--appletID=UWA_UI", "--appletVersion=1.0",
+                                      "--workflow=Updater", "--mode=PostSelfUpdate"}));
+  EXPECT_FALSE(ReleasePosted());
+  ExpectNothingLeftBehind(sandbox_->state_home() + "/OOBE.log");
+}
+
+std::string RunInstallerSim(const std::vector<std::string>& arguments, int& exit_code) {
+  int output[2];
+  if (pipe(output) != 0) {
+    return "";
+  }
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(output[1], STDOUT_FILENO);
+    close(output[0]);
+    std::vector<char*> argv{const_cast<char*>(ORU_INSTALLER_SIM)};
+    for (const std::string& argument : arguments) {
+      argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    execv(ORU_INSTALLER_SIM, argv.data());
+    _exit(127);
+  }
+  close(output[1]);
+  std::string text;
+  char buffer[256];
+  ssize_t got = 0;
+  while ((got = read(output[0], buffer, sizeof buffer)) > 0) {
+    text.append(buffer, static_cast<size_t>(got));
+  }
+  close(output[0]);
+  exit_code = e2e::Wait(child);
+  return text;
+}
+
+TEST_F(HandOverTest, InstallerSimReportsANormalHandOver) {
+  FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  int exit_code = -1;
+  const std::string report = RunInstallerSim({"--launcher", ORU_LAUNCHER_EXE, "--json"}, exit_code);
+  EXPECT_EQ(exit_code, 0) << report;
+  EXPECT_NE(report.find("\"outcome\":\"zelto-started\""), std::string::npos) << report;
+  EXPECT_NE(report.find("\"launcher_exit\":0"), std::string::npos) << report;
+  EXPECT_TRUE(zelto.WaitForStart());
+  EXPECT_TRUE(e2e::NamedSemaphores().empty());
+  EXPECT_FALSE(e2e::SetExists(UpdaterLockWaitKey(kSyncOruLauncherWaitKey)));
+  EXPECT_FALSE(e2e::SetExists(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey)));
+}
+
+TEST_F(HandOverTest, InstallerSimReportsAHandBack) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(sandbox_->local_data()));
+  int exit_code = -1;
+  const std::string report = RunInstallerSim({"--launcher", ORU_LAUNCHER_EXE}, exit_code);
+  EXPECT_EQ(exit_code, 1) << report;
+  EXPECT_EQ(report.rfind("handed-back: ", 0), 0u) << report;
+}
+
+TEST_F(HandOverTest, InstallerSimRefusesBadUsage) {
+  int exit_code = -1;
+  RunInstallerSim({"--bogus"}, exit_code);
+  EXPECT_EQ(exit_code, 2);
+  RunInstallerSim({}, exit_code);
+  EXPECT_EQ(exit_code, 2);
+  const std::string help = RunInstallerSim({"--help"}, exit_code);
+  EXPECT_EQ(exit_code, 0);
+  EXPECT_EQ(help.rfind("Usage: oru-installer-sim", 0), 0u);
+}
+
+} // namespace
