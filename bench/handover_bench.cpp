@@ -162,7 +162,7 @@ bool Measure(Runner& runner, const std::vector<std::string>& argv, int runs, Sum
 
 int main(int argc, char** argv) {
   const int runs = argc > 1 ? std::atoi(argv[1]) : kDefaultRuns;
-  if (!oru_testing::EnterPrivateIpcAndTmp()) {
+  if (!oru_testing::EnterPrivateIpcAndShm()) {
     std::fprintf(stderr, "handover_bench needs private IPC and mount namespaces (root)\n");
     return 2;
   }

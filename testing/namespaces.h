@@ -9,10 +9,15 @@ namespace oru_testing {
 // process; true when it is in force.
 bool EnterPrivateIpcNamespace();
 
-// EnterPrivateIpcNamespace, plus a mount namespace with empty, private /tmp,
-// /var/tmp and /dev/shm. Call before making a Sandbox (which lives under
-// /tmp).
-bool EnterPrivateIpcAndTmp();
+// EnterPrivateIpcNamespace, plus a mount namespace with an empty, private
+// /dev/shm (where POSIX named semaphores live). No other folder is covered,
+// so the programs under test stay reachable wherever the build is.
+bool EnterPrivateIpcAndShm();
+
+// In a private mount namespace (EnterPrivateIpcAndShm first): an empty,
+// private /var/tmp. Anything the test runs from under /var/tmp is hidden
+// afterwards.
+bool MountPrivateVarTmp();
 
 } // namespace oru_testing
 

@@ -3,6 +3,7 @@
 #include "launcher/handover.h"
 #include "locks/updater_lock.h"
 #include "oobe/file_lock.h"
+#include "platform/fs_ops.h"
 #include "platform/paths.h"
 #include "testing/namespaces.h"
 #include "testing/sandbox.h"
@@ -12,6 +13,7 @@
 #include <memory>
 #include <string>
 #include <sys/sem.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <vector>
 
@@ -22,7 +24,7 @@ using e2e::FakeZelto;
 class HandOverTest : public ::testing::Test {
 protected:
   void SetUp() override {
-    if (!oru_testing::EnterPrivateIpcAndTmp()) {
+    if (!oru_testing::EnterPrivateIpcAndShm()) {
       GTEST_SKIP() << "needs private IPC and mount namespaces (root)";
     }
     sandbox_ = std::make_unique<oru_testing::Sandbox>();
@@ -48,7 +50,7 @@ protected:
     ASSERT_TRUE(rendezvous.Release());
   }
 
-  pid_t StartLauncher() { return e2e::Start(ORU_LAUNCHER_EXE); }
+  pid_t StartLauncher() { return e2e::Start(launcher_); }
 
   bool ReleasePosted() const {
     return !e2e::SetExists(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey));
@@ -70,6 +72,7 @@ protected:
   }
 
   std::unique_ptr<oru_testing::Sandbox> sandbox_;
+  std::string launcher_ = ORU_LAUNCHER_EXE;
   std::unique_ptr<UpdaterLock> installer_;
   std::unique_ptr<UpdaterLock_Wait> installer_wait_;
 };
@@ -177,7 +180,14 @@ TEST_F(HandOverTest, WithoutAUserLocalPathZeltoGetsExactlyFourArguments) {
   FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
   oru_testing::WriteFile(sandbox_->Path("blocker"), "");
   oru_testing::ScopedEnv no_user_folder("XDG_DATA_HOME", sandbox_->Path("blocker/below"));
-  oru_testing::WriteFile("/var/tmp/Nuvex", ""); // kind 2's updater folder cannot be made either
+  // Kind 2's updater folder cannot be made either: a file where it goes, in
+  // a /var/tmp of this test's own. The launcher runs from the sandbox, so a
+  // build under /var/tmp stays reachable.
+  launcher_ = sandbox_->Path("OruLauncher");
+  ASSERT_TRUE(platform::CopyFileContents(ORU_LAUNCHER_EXE, launcher_));
+  ASSERT_EQ(chmod(launcher_.c_str(), 0755), 0);
+  ASSERT_TRUE(oru_testing::MountPrivateVarTmp());
+  oru_testing::WriteFile("/var/tmp/Nuvex", "");
   BeInstaller();
   const pid_t launcher = StartLauncher();
   PostWhenTheLauncherWaits();
