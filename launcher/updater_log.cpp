@@ -6,6 +6,9 @@
 #include "oobe/log_manager.h"
 #include "platform/paths.h"
 
+#include <memory>
+#include <vector>
+
 namespace {
 
 const char kTargetName[] = "UPDATER";
@@ -15,7 +18,19 @@ const char kApplicationVersion[] = "10.0.0.22";
 constexpr int32_t kLibraryLevels[10] = {30, 30, 20, 20, 30, 30, 30, 30, 30, 0};
 
 struct FacadeState {
+  // The log manager is made first, so that it outlives this state.
+  FacadeState() { (void)oobe::LogManager::Instance(); }
+
+  // Targets replaced by a later open stay registered and keep receiving
+  // lines; they are unregistered and destroyed when the process ends.
+  ~FacadeState() {
+    for (auto& target : replaced) {
+      oobe::LogManager::Instance().RemoveTarget(kTargetName, target.get());
+    }
+  }
+
   oobe::LogTargetDefault* target = nullptr;
+  std::vector<std::unique_ptr<oobe::LogTargetDefault>> replaced;
   int level = 0;
   std::string fields[4];
 };
@@ -98,7 +113,10 @@ bool UpdaterLogOpen(const std::string& path, int level, const std::string& field
     return false;
   }
   FacadeState& state = State();
-  // A target open before stays registered; it is not removed or destroyed.
+  // A target open before stays registered beside the new one.
+  if (state.target) {
+    state.replaced.emplace_back(state.target);
+  }
   auto* target = new oobe::LogTargetDefault(kTargetName);
   state.target = target;
   target->SetLevel(UpdaterLogLibraryLevel(level));
