@@ -10,6 +10,7 @@
 #include "oobe/file_lock.h"
 #include "oobe/log_manager.h"
 #include "oobe/log_target.h"
+#include "testing/sandbox.h"
 
 #include <benchmark/benchmark.h>
 #include <chrono>
@@ -33,16 +34,10 @@ constexpr uint64_t kRotatedBytes = 50ull * 1024 * 1024;
 const char kMessage[] = "Oru Launcher : Zelto executable path is  = /usr/local/share/Nuvex/OOBE/"
                         "Zelto/core/Zelto.app/Contents/MacOS/Zelto";
 
+// A throw-away home: the logs, their markers and the user's logs folder.
 struct BenchFolder {
-  BenchFolder() {
-    char pattern[] = "/tmp/oru-bench-log-XXXXXX";
-    path = mkdtemp(pattern);
-    // Markers and the logs folder stay inside this folder too.
-    setenv("HOME", path.c_str(), 1);
-    setenv("XDG_STATE_HOME", (path + "/state").c_str(), 1);
-  }
-  ~BenchFolder() { (void)!system(("rm -rf '" + path + "'").c_str()); }
-  std::string path;
+  oru_testing::Sandbox sandbox;
+  std::string path = sandbox.root();
 };
 
 BenchFolder& Folder() {

@@ -4,6 +4,7 @@
 // semaphore, then the stat, open, write and close of the same bytes.
 #include "bench/ratio_reporter.h"
 #include "esd/updater_prefs.h"
+#include "testing/sandbox.h"
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -18,20 +19,8 @@
 namespace {
 
 // A throw-away home for the preferences.
-struct BenchHome {
-  BenchHome() {
-    char pattern[] = "/tmp/oru-bench-home-XXXXXX";
-    root = mkdtemp(pattern);
-    setenv("HOME", root.c_str(), 1);
-    setenv("XDG_DATA_HOME", (root + "/data").c_str(), 1);
-    setenv("XDG_DATA_DIRS", (root + "/local").c_str(), 1);
-  }
-  ~BenchHome() { (void)!system(("rm -rf '" + root + "'").c_str()); }
-  std::string root;
-};
-
-BenchHome& Home() {
-  static BenchHome home;
+oru_testing::Sandbox& Home() {
+  static oru_testing::Sandbox home;
   return home;
 }
 

@@ -2,13 +2,13 @@
 // made must be in the file afterwards.
 #include "esd/prefs_writer.h"
 #include "esd/typed_prefs.h"
+#include "testing/child_process.h"
 #include "testing/sandbox.h"
 
 #include <cstdio>
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
-#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -19,11 +19,6 @@ constexpr int kKeyWriters = 4;
 constexpr int kKeysEach = 200;
 constexpr int kMapWriters = 4;
 constexpr int kEntriesEach = 50;
-
-struct Child {
-  pid_t pid;
-  FILE* output;
-};
 
 TEST(PrefsConcurrencyTest, NoUpdateIsLostWhenEightProcessesWriteAtOnce) {
   oru_testing::Sandbox sandbox;
@@ -40,39 +35,20 @@ TEST(PrefsConcurrencyTest, NoUpdateIsLostWhenEightProcessesWriteAtOnce) {
     commands.push_back({"map-add", path, "ChannelsEnabled", "m" + std::to_string(p) + "_",
                         std::to_string(kEntriesEach)});
   }
-  std::vector<Child> children;
+  std::vector<oru_testing::ChildProgram> children;
   for (const auto& command : commands) {
-    int output[2];
-    ASSERT_EQ(pipe(output), 0);
-    const pid_t pid = fork();
-    ASSERT_GE(pid, 0);
-    if (pid == 0) {
-      dup2(gate[0], STDIN_FILENO);
-      dup2(output[1], STDOUT_FILENO);
-      close(gate[1]);
-      std::vector<char*> argv{const_cast<char*>(ORU_PREFS_HELPER)};
-      for (const std::string& word : command) {
-        argv.push_back(const_cast<char*>(word.c_str()));
-      }
-      argv.push_back(nullptr);
-      execv(ORU_PREFS_HELPER, argv.data());
-      _exit(127);
-    }
-    close(output[1]);
-    children.push_back({pid, fdopen(output[0], "r")});
+    children.push_back(oru_testing::StartProgram(ORU_PREFS_HELPER, command, gate[0], gate[1]));
+    ASSERT_GT(children.back().pid, 0);
   }
   // Open the gate: every helper starts at once.
   close(gate[0]);
   close(gate[1]);
 
   int retries = 0;
-  for (const Child& child : children) {
-    int status = 0;
-    ASSERT_EQ(waitpid(child.pid, &status, 0), child.pid);
+  for (oru_testing::ChildProgram& child : children) {
     int child_retries = 0;
     EXPECT_EQ(std::fscanf(child.output, "%d", &child_retries), 1);
-    fclose(child.output);
-    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "helper " << child.pid;
+    ASSERT_EQ(oru_testing::FinishProgram(child), 0) << "helper " << child.pid;
     retries += child_retries;
   }
 

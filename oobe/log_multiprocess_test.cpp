@@ -1,6 +1,7 @@
 // Many processes appending to one log file at once.
 #include "oobe/file_lock.h"
 #include "oobe/oobe_test_support.h"
+#include "testing/child_process.h"
 #include "testing/sandbox.h"
 
 #include <algorithm>
@@ -23,44 +24,17 @@ namespace {
 using oobe::testing::LinesOf;
 using oobe::testing::MessageOf;
 
-struct Helper {
-  pid_t pid;
-  FILE* output;
-};
+using Helper = oru_testing::ChildProgram;
 
 // Starts log_writer_helper with `arguments`; its standard input is the read
 // end of `gate`, and it keeps no copy of the write end, so that closing
 // that end opens the gate.
 Helper Start(const std::vector<std::string>& arguments, const int (&gate)[2]) {
-  int output[2];
-  if (pipe(output) != 0) {
-    return {-1, nullptr};
-  }
-  const pid_t pid = fork();
-  if (pid == 0) {
-    dup2(gate[0], STDIN_FILENO);
-    dup2(output[1], STDOUT_FILENO);
-    close(gate[1]);
-    close(output[0]);
-    std::vector<char*> argv{const_cast<char*>(ORU_LOG_WRITER_HELPER)};
-    for (const std::string& word : arguments) {
-      argv.push_back(const_cast<char*>(word.c_str()));
-    }
-    argv.push_back(nullptr);
-    execv(ORU_LOG_WRITER_HELPER, argv.data());
-    _exit(127);
-  }
-  close(output[1]);
-  return {pid, fdopen(output[0], "r")};
+  return oru_testing::StartProgram(ORU_LOG_WRITER_HELPER, arguments, gate[0], gate[1]);
 }
 
-int Finish(const Helper& helper) {
-  int status = 0;
-  waitpid(helper.pid, &status, 0);
-  if (helper.output) {
-    fclose(helper.output);
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+int Finish(Helper& helper) {
+  return oru_testing::FinishProgram(helper);
 }
 
 // The log folder's files in rotation order: copies by name, the live log last.
@@ -109,7 +83,7 @@ TEST(LogMultiprocessTest, EightWritersLoseNoLineThroughRotations) {
   }
   close(gate[0]);
   close(gate[1]);
-  for (const Helper& writer : writers) {
+  for (Helper& writer : writers) {
     ASSERT_EQ(Finish(writer), 0);
   }
 
@@ -188,7 +162,7 @@ TEST(LogMultiprocessTest, WriterKilledHoldingTheLockStopsNobodyAndNoSetIsLeft) {
   EXPECT_EQ(Finish(holder), -SIGKILL);
   close(holder_gate[0]);
   close(holder_gate[1]);
-  for (const Helper& writer : writers) {
+  for (Helper& writer : writers) {
     EXPECT_EQ(Finish(writer), 0);
   }
   EXPECT_EQ(LinesOf(folder + "/load.log").size(), static_cast<size_t>(kWriters * kLines));

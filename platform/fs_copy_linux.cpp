@@ -5,6 +5,7 @@
 #endif
 
 #include "platform/fs_ops.h"
+#include "platform/scoped_fd.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -16,22 +17,6 @@ namespace platform {
 namespace {
 
 constexpr size_t kCopyChunkBytes = 1 << 20;
-
-class ScopedFd {
-public:
-  explicit ScopedFd(int fd) : fd_(fd) {}
-  ~ScopedFd() {
-    if (fd_ >= 0) {
-      close(fd_);
-    }
-  }
-  ScopedFd(const ScopedFd&) = delete;
-  ScopedFd& operator=(const ScopedFd&) = delete;
-  int get() const { return fd_; }
-
-private:
-  int fd_;
-};
 
 bool WriteAll(int fd, const char* bytes, size_t size) {
   while (size > 0) {

@@ -4,6 +4,7 @@
 #endif
 
 #include "platform/fs_catalog.h"
+#include "platform/scoped_fd.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -20,22 +21,6 @@ namespace {
 bool FlagsUnsupported(int error) {
   return error == ENOTTY || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
 }
-
-class ScopedFd {
-public:
-  explicit ScopedFd(int fd) : fd_(fd) {}
-  ~ScopedFd() {
-    if (fd_ >= 0) {
-      close(fd_);
-    }
-  }
-  ScopedFd(const ScopedFd&) = delete;
-  ScopedFd& operator=(const ScopedFd&) = delete;
-  int get() const { return fd_; }
-
-private:
-  int fd_;
-};
 
 int OpenForFlags(const std::string& path) {
   return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);

@@ -1,15 +1,36 @@
-// Running a piece of a test in a forked child process, for behaviour that
-// depends on process-wide state (the effective user, exit paths).
+// Running parts of a test in other processes: a forked function, or another
+// program with a pipe from its standard output.
 #ifndef ORU_TESTING_CHILD_PROCESS_H
 #define ORU_TESTING_CHILD_PROCESS_H
 
+#include <cstdio>
 #include <functional>
+#include <string>
+#include <sys/types.h>
+#include <vector>
 
 namespace oru_testing {
 
 // Forks, runs `body` in the child and ends the child with its result as exit
 // status. Returns that status, or -1 when the child did not exit normally.
 int RunInChild(const std::function<int()>& body);
+
+struct ChildProgram {
+  pid_t pid = -1;
+  FILE* output = nullptr; // the child's standard output
+};
+
+// Starts `program` (argv[0]) with `arguments` and this process's
+// environment. Standard input is `input`, or inherited when -1; `close_in_child`
+// is closed in the child (the write end of a start gate, say), if not -1.
+ChildProgram StartProgram(const std::string& program, const std::vector<std::string>& arguments,
+                          int input = -1, int close_in_child = -1);
+
+// Closes the output and waits: the exit status, or minus the signal.
+int FinishProgram(ChildProgram& child);
+
+// Everything the child writes until it closes its standard output.
+std::string ReadAll(ChildProgram& child);
 
 } // namespace oru_testing
 

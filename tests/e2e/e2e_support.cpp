@@ -14,30 +14,15 @@
 #include <thread>
 #include <unistd.h>
 
-extern char** environ;
-
 namespace e2e {
 
-pid_t Start(const std::string& program, const std::vector<std::string>& arguments) {
-  const pid_t pid = fork();
-  if (pid == 0) {
-    std::vector<char*> argv{const_cast<char*>(program.c_str())};
-    for (const std::string& argument : arguments) {
-      argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    execve(program.c_str(), argv.data(), environ);
-    _exit(127);
-  }
-  return pid;
+oru_testing::ChildProgram Start(const std::string& program,
+                                const std::vector<std::string>& arguments) {
+  return oru_testing::StartProgram(program, arguments);
 }
 
-int Wait(pid_t pid) {
-  int status = 0;
-  if (waitpid(pid, &status, 0) != pid) {
-    return -1000;
-  }
-  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+int Wait(oru_testing::ChildProgram& child) {
+  return oru_testing::FinishProgram(child);
 }
 
 bool WaitForWaiters(int semaphore_set, int count) {

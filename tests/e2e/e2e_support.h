@@ -2,6 +2,8 @@
 #ifndef ORU_TESTS_E2E_E2E_SUPPORT_H
 #define ORU_TESTS_E2E_E2E_SUPPORT_H
 
+#include "testing/child_process.h"
+
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -10,9 +12,10 @@ namespace e2e {
 
 // Starts `program` with `arguments` (argv[0] is the program) and this
 // process's environment.
-pid_t Start(const std::string& program, const std::vector<std::string>& arguments = {});
+oru_testing::ChildProgram Start(const std::string& program,
+                                const std::vector<std::string>& arguments = {});
 // Its exit status (or -signal).
-int Wait(pid_t pid);
+int Wait(oru_testing::ChildProgram& child);
 
 // Waits, at most 10 s, until `count` processes block on the set's semaphore.
 bool WaitForWaiters(int semaphore_set, int count);

@@ -50,7 +50,7 @@ protected:
     ASSERT_TRUE(rendezvous.Release());
   }
 
-  pid_t StartLauncher() { return e2e::Start(launcher_); }
+  oru_testing::ChildProgram StartLauncher() { return e2e::Start(launcher_); }
 
   bool ReleasePosted() const {
     return !e2e::SetExists(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey));
@@ -80,7 +80,7 @@ protected:
 TEST_F(HandOverTest, NormalHandOverStartsZeltoWithFiveArgumentsAndPostsNoRelease) {
   FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
   BeInstaller();
-  const pid_t launcher = StartLauncher();
+  oru_testing::ChildProgram launcher = StartLauncher();
   PostWhenTheLauncherWaits();
   EXPECT_EQ(e2e::Wait(launcher), 0);
   ASSERT_TRUE(zelto.WaitForStart());
@@ -101,15 +101,15 @@ TEST_F(HandOverTest, NormalHandOverStartsZeltoWithFiveArgumentsAndPostsNoRelease
 TEST_F(HandOverTest, SecondLauncherWhileOneRunsIsAlreadyRunningAndReleasesTheInstaller) {
   FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
   BeInstaller();
-  const pid_t first = StartLauncher();
+  oru_testing::ChildProgram first = StartLauncher();
   {
     UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
     ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), 1));
   }
-  const pid_t second = StartLauncher();
+  oru_testing::ChildProgram second = StartLauncher();
   EXPECT_EQ(e2e::Wait(second), 0);
   EXPECT_TRUE(ReleasePosted());
-  const auto lines = e2e::MessagesOf(e2e::ReadLog(LogPath()), std::to_string(second));
+  const auto lines = e2e::MessagesOf(e2e::ReadLog(LogPath()), std::to_string(second.pid));
   const auto at = [&lines](const std::string& line) {
     return std::find(lines.begin(), lines.end(), line) - lines.begin();
   };
@@ -133,7 +133,8 @@ TEST_F(HandOverTest, WithoutAnInstallerTheLauncherWarnsAndNeitherStartsNorReleas
   FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
   installer_wait_ = std::make_unique<UpdaterLock_Wait>(kSyncUInstPostSelfUpdateWaitKey);
   // Nobody posts: the launcher stops waiting once it sees the installer gone.
-  EXPECT_EQ(e2e::Wait(StartLauncher()), 0);
+  oru_testing::ChildProgram launcher = StartLauncher();
+  EXPECT_EQ(e2e::Wait(launcher), 0);
   EXPECT_FALSE(zelto.Started());
   EXPECT_FALSE(ReleasePosted());
   EXPECT_EQ(
@@ -148,7 +149,7 @@ TEST_F(HandOverTest, WithoutAnInstallerTheLauncherWarnsAndNeitherStartsNorReleas
 TEST_F(HandOverTest, ZeltoFolderNotFoundWarnsAndReleasesTheInstaller) {
   oru_testing::ScopedEnv no_machine_folder("XDG_DATA_DIRS", sandbox_->Path("no-such-folder"));
   BeInstaller();
-  const pid_t launcher = StartLauncher();
+  oru_testing::ChildProgram launcher = StartLauncher();
   PostWhenTheLauncherWaits();
   EXPECT_EQ(e2e::Wait(launcher), 0);
   EXPECT_TRUE(ReleasePosted());
@@ -165,7 +166,7 @@ TEST_F(HandOverTest, ZeltoFolderNotFoundWarnsAndReleasesTheInstaller) {
 TEST_F(HandOverTest, ZeltoMissingFailsTheLaunchAndReleasesTheInstaller) {
   ASSERT_TRUE(platform::CreateDirectoryTree(sandbox_->local_data()));
   BeInstaller();
-  const pid_t launcher = StartLauncher();
+  oru_testing::ChildProgram launcher = StartLauncher();
   PostWhenTheLauncherWaits();
   EXPECT_EQ(e2e::Wait(launcher), 0);
   EXPECT_TRUE(ReleasePosted());
@@ -189,7 +190,7 @@ TEST_F(HandOverTest, WithoutAUserLocalPathZeltoGetsExactlyFourArguments) {
   ASSERT_TRUE(oru_testing::MountPrivateVarTmp());
   oru_testing::WriteFile("/var/tmp/Nuvex", "");
   BeInstaller();
-  const pid_t launcher = StartLauncher();
+  oru_testing::ChildProgram launcher = StartLauncher();
   PostWhenTheLauncherWaits();
   EXPECT_EQ(e2e::Wait(launcher), 0);
   ASSERT_TRUE(zelto.WaitForStart());
@@ -201,32 +202,10 @@ TEST_F(HandOverTest, WithoutAUserLocalPathZeltoGetsExactlyFourArguments) {
 }
 
 std::string RunInstallerSim(const std::vector<std::string>& arguments, int& exit_code) {
-  int output[2];
-  if (pipe(output) != 0) {
-    return "";
-  }
-  const pid_t child = fork();
-  if (child == 0) {
-    dup2(output[1], STDOUT_FILENO);
-    close(output[0]);
-    std::vector<char*> argv{const_cast<char*>(ORU_INSTALLER_SIM)};
-    for (const std::string& argument : arguments) {
-      argv.push_back(const_cast<char*>(argument.c_str()));
-    }
-    argv.push_back(nullptr);
-    execv(ORU_INSTALLER_SIM, argv.data());
-    _exit(127);
-  }
-  close(output[1]);
-  std::string text;
-  char buffer[256];
-  ssize_t got = 0;
-  while ((got = read(output[0], buffer, sizeof buffer)) > 0) {
-    text.append(buffer, static_cast<size_t>(got));
-  }
-  close(output[0]);
-  exit_code = e2e::Wait(child);
-  return text;
+  oru_testing::ChildProgram sim = oru_testing::StartProgram(ORU_INSTALLER_SIM, arguments);
+  const std::string report = oru_testing::ReadAll(sim);
+  exit_code = oru_testing::FinishProgram(sim);
+  return report;
 }
 
 TEST_F(HandOverTest, InstallerSimReportsANormalHandOver) {
