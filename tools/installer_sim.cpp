@@ -26,24 +26,38 @@ constexpr int kExitError = 2;
 const char kUsage[] = "Usage: oru-installer-sim --launcher PATH [options]\n"
                       "\n"
                       "Plays the update installer's side of the post-self-update hand-over:\n"
-                      "holds \"VelUpdater1_Update_Installer\", starts the launcher at PATH, posts\n"
-                      "\"VelUpdater1_Sync_OruLauncherWait\" once the launcher waits for it, then\n"
-                      "reports whether the launcher started Zelto or handed control back by\n"
-                      "releasing \"VelUpdater1_Sync_UpdateInstaller_PostSelfUpdateWait\".\n"
+                      "holds \"VelUpdater1_Update_Installer\", starts the launcher at PATH, and,\n"
+                      "as the scenario says, posts \"VelUpdater1_Sync_OruLauncherWait\" once the\n"
+                      "launcher waits for it. Then reports whether the launcher started Zelto or\n"
+                      "handed control back by releasing\n"
+                      "\"VelUpdater1_Sync_UpdateInstaller_PostSelfUpdateWait\".\n"
+                      "\n"
+                      "Scenarios (--scenario NAME):\n"
+                      "  post-now       post as soon as the launcher waits (the default)\n"
+                      "  post-after     post --post-delay milliseconds after the launcher waits\n"
+                      "  never-post     never post; after --timeout report that the launcher is\n"
+                      "                 still waiting, then leave and report what it did then\n"
+                      "  die-holding    a helper holds the installer lock and is killed while\n"
+                      "                 the launcher waits; report how the launcher reacts\n"
+                      "  two-launchers  start a second launcher while the first waits; report\n"
+                      "                 what each did\n"
                       "\n"
                       "Options:\n"
                       "  --launcher PATH       the launcher executable to start\n"
-                      "  --post-delay MS       wait MS milliseconds before posting (default 0)\n"
+                      "  --scenario NAME       see above\n"
+                      "  --post-delay MS       delay before posting in post-after (default 0)\n"
                       "  --timeout MS          limit on every wait (default 10000)\n"
                       "  --json                report as one JSON object\n"
                       "  --help                this text\n"
                       "  --version             the tool's version\n"
                       "\n"
-                      "Exit status: 0 the hand-over completed; 1 it did not (the launcher never\n"
-                      "waited, did not finish in time, or failed); 2 usage or error.\n";
+                      "Exit status: 0 the scenario ran and the launcher behaved as the hand-over\n"
+                      "protocol requires; 1 it did not (it never waited, did not finish in time,\n"
+                      "or failed); 2 usage or error.\n";
 
 struct Options {
   std::string launcher;
+  std::string scenario = "post-now";
   long post_delay_ms = 0;
   long timeout_ms = 10000;
   bool json = false;
@@ -53,6 +67,7 @@ struct Report {
   std::string outcome = "error";
   std::string detail;
   int launcher_exit = -1;
+  int second_launcher_exit = -1;
   double launcher_blocked_ms = -1;
   double post_to_exit_ms = -1;
   long long post_ns = 0;
@@ -68,14 +83,19 @@ double MsSince(long long start_ns) {
   return static_cast<double>(NowNs() - start_ns) / 1e6;
 }
 
-bool WaitForWaiter(int set, long timeout_ms) {
+void Pause(long microseconds) {
+  const struct timespec pause = {microseconds / 1000000, (microseconds % 1000000) * 1000};
+  nanosleep(&pause, nullptr);
+}
+
+// Waits until `count` processes block on the set; false after the time-out.
+bool WaitForWaiters(int set, int count, long timeout_ms) {
   const long long deadline = NowNs() + timeout_ms * 1000000LL;
-  while (semctl(set, 0, GETNCNT) < 1) {
+  while (semctl(set, 0, GETNCNT) < count) {
     if (NowNs() > deadline) {
       return false;
     }
-    const struct timespec pause = {0, 100000}; // 0.1 ms between looks
-    nanosleep(&pause, nullptr);
+    Pause(100);
   }
   return true;
 }
@@ -92,8 +112,7 @@ int WaitForExit(pid_t child, long timeout_ms) {
     if (done < 0 || NowNs() > deadline) {
       return -1;
     }
-    const struct timespec pause = {0, 200000};
-    nanosleep(&pause, nullptr);
+    Pause(200);
   }
 }
 
@@ -106,12 +125,26 @@ pid_t StartLauncher(const std::string& path) {
   return child;
 }
 
+void EndLauncher(pid_t launcher, int& exit_status) {
+  if (exit_status < 0 && launcher > 0) {
+    kill(launcher, SIGKILL);
+    waitpid(launcher, nullptr, 0);
+  }
+}
+
+// The launcher releases, then removes, this set when it hands back.
+bool HandBackPosted() {
+  return semget(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey), 1, 0) < 0;
+}
+
 void Print(const Report& report, bool json) {
   if (json) {
     std::printf("{\"outcome\":\"%s\",\"detail\":\"%s\",\"launcher_exit\":%d,"
-                "\"launcher_blocked_ms\":%.3f,\"post_to_exit_ms\":%.3f,\"post_ns\":%lld}\n",
+                "\"second_launcher_exit\":%d,\"launcher_blocked_ms\":%.3f,"
+                "\"post_to_exit_ms\":%.3f,\"post_ns\":%lld}\n",
                 report.outcome.c_str(), report.detail.c_str(), report.launcher_exit,
-                report.launcher_blocked_ms, report.post_to_exit_ms, report.post_ns);
+                report.second_launcher_exit, report.launcher_blocked_ms, report.post_to_exit_ms,
+                report.post_ns);
     return;
   }
   std::printf("%s: %s (launcher exit %d; it waited after %.3f ms; finished %.3f ms after the "
@@ -120,59 +153,192 @@ void Print(const Report& report, bool json) {
               report.launcher_blocked_ms, report.post_to_exit_ms);
 }
 
-int Run(const Options& options) {
-  Report report;
-  std::unique_ptr<UpdaterLock> installer;
-  try {
-    installer = std::make_unique<UpdaterLock>(kUpdateInstallerKey);
-  } catch (const updater_init_failed&) {
-    report.detail = "another installer holds VelUpdater1_Update_Installer";
-    Print(report, options.json);
-    return kExitError;
+// After the post: how did the launcher end the hand-over?
+int Judge(Report& report, int exit_status) {
+  report.launcher_exit = exit_status;
+  if (exit_status < 0) {
+    report.outcome = "launcher-timed-out";
+    report.detail = "the launcher did not finish after the post";
+    return kExitNegative;
   }
-  UpdaterLock_Wait own_wait(kSyncUInstPostSelfUpdateWaitKey);
-  UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
+  if (HandBackPosted()) {
+    report.outcome = "handed-back";
+    report.detail = "the launcher released the installer: Zelto was not started";
+    return kExitNegative;
+  }
+  report.outcome = "zelto-started";
+  report.detail = "the launcher started Zelto and left the release to it";
+  return exit_status == 0 ? kExitOk : kExitNegative;
+}
 
-  const long long started = NowNs();
-  const pid_t launcher = StartLauncher(options.launcher);
-  if (launcher < 0) {
-    report.detail = "the launcher could not be started";
-    Print(report, options.json);
-    return kExitError;
-  }
-  int result = kExitNegative;
-  if (!WaitForWaiter(rendezvous.semaphoreSet(), options.timeout_ms)) {
+// The launcher waits for the post: time it and post when the scenario says.
+int PostAndJudge(const Options& options, UpdaterLock_Wait& rendezvous, pid_t launcher,
+                 long long started, Report& report) {
+  if (!WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms)) {
     report.launcher_exit = WaitForExit(launcher, 0);
     report.outcome = "launcher-never-waited";
     report.detail = "the launcher did not wait for the installer's post";
-  } else {
-    report.launcher_blocked_ms = MsSince(started);
-    if (options.post_delay_ms > 0) {
-      const struct timespec delay = {options.post_delay_ms / 1000,
-                                     (options.post_delay_ms % 1000) * 1000000L};
-      nanosleep(&delay, nullptr);
-    }
-    report.post_ns = NowNs();
-    rendezvous.Release();
-    report.launcher_exit = WaitForExit(launcher, options.timeout_ms);
-    report.post_to_exit_ms = static_cast<double>(NowNs() - report.post_ns) / 1e6;
-    // The launcher releases and then removes this set when it hands back.
-    const bool released = semget(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey), 1, 0) < 0;
-    if (report.launcher_exit < 0) {
-      report.outcome = "launcher-timed-out";
-      report.detail = "the launcher did not finish after the post";
-    } else if (released) {
-      report.outcome = "handed-back";
-      report.detail = "the launcher released the installer: Zelto was not started";
-    } else {
-      report.outcome = "zelto-started";
-      report.detail = "the launcher started Zelto and left the release to it";
-      result = report.launcher_exit == 0 ? kExitOk : kExitNegative;
+    EndLauncher(launcher, report.launcher_exit);
+    return kExitNegative;
+  }
+  report.launcher_blocked_ms = MsSince(started);
+  if (options.scenario == "post-after" && options.post_delay_ms > 0) {
+    Pause(options.post_delay_ms * 1000);
+  }
+  report.post_ns = NowNs();
+  rendezvous.Release();
+  const int exit_status = WaitForExit(launcher, options.timeout_ms);
+  report.post_to_exit_ms = static_cast<double>(NowNs() - report.post_ns) / 1e6;
+  const int result = Judge(report, exit_status);
+  EndLauncher(launcher, report.launcher_exit);
+  return result;
+}
+
+// never-post: the launcher must still wait while the installer runs, and
+// give up once the installer is gone.
+int NeverPost(const Options& options, std::unique_ptr<UpdaterLock>& installer,
+              UpdaterLock_Wait& rendezvous, pid_t launcher, long long started, Report& report) {
+  if (!WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms)) {
+    report.launcher_exit = WaitForExit(launcher, 0);
+    report.outcome = "launcher-never-waited";
+    report.detail = "the launcher did not wait for the installer's post";
+    EndLauncher(launcher, report.launcher_exit);
+    return kExitNegative;
+  }
+  report.launcher_blocked_ms = MsSince(started);
+  Pause(options.timeout_ms * 1000);
+  const bool still_waiting =
+      WaitForExit(launcher, 0) < 0 && semctl(rendezvous.semaphoreSet(), 0, GETNCNT) >= 1;
+  installer.reset(); // the installer leaves without posting
+  const long long left = NowNs();
+  report.launcher_exit = WaitForExit(launcher, options.timeout_ms);
+  report.post_to_exit_ms = MsSince(left);
+  EndLauncher(launcher, report.launcher_exit);
+  if (!still_waiting) {
+    report.outcome = "launcher-stopped-waiting";
+    report.detail = "the launcher did not keep waiting for the post";
+    return kExitNegative;
+  }
+  report.outcome = "launcher-still-waiting";
+  report.detail = report.launcher_exit == 0 && !HandBackPosted()
+                      ? "the launcher waited for the whole time-out; once the installer left, "
+                        "it gave up without starting Zelto"
+                      : "the launcher waited for the whole time-out; after the installer left "
+                        "it did not end as expected";
+  return report.launcher_exit == 0 ? kExitOk : kExitNegative;
+}
+
+// die-holding: a helper holds the installer lock and is killed mid-wait.
+int DieHolding(const Options& options, UpdaterLock_Wait& rendezvous, long long started,
+               Report& report) {
+  int ready[2];
+  if (pipe(ready) != 0) {
+    report.detail = "no pipe";
+    return kExitError;
+  }
+  const pid_t holder = fork();
+  if (holder == 0) {
+    close(ready[0]);
+    UpdaterLock lock(kUpdateInstallerKey);
+    (void)!write(ready[1], "1", 1);
+    while (true) {
+      pause();
     }
   }
-  if (report.launcher_exit < 0) {
-    kill(launcher, SIGKILL);
-    waitpid(launcher, nullptr, 0);
+  close(ready[1]);
+  char byte;
+  const bool held = read(ready[0], &byte, 1) == 1;
+  close(ready[0]);
+  const pid_t launcher = held ? StartLauncher(options.launcher) : -1;
+  if (!held || launcher < 0 || !WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms)) {
+    kill(holder, SIGKILL);
+    waitpid(holder, nullptr, 0);
+    report.launcher_exit = launcher > 0 ? WaitForExit(launcher, 0) : -1;
+    EndLauncher(launcher, report.launcher_exit);
+    report.outcome = "launcher-never-waited";
+    report.detail = "the launcher did not wait for the installer's post";
+    return kExitNegative;
+  }
+  report.launcher_blocked_ms = MsSince(started);
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  const long long died = NowNs();
+  report.launcher_exit = WaitForExit(launcher, options.timeout_ms);
+  report.post_to_exit_ms = MsSince(died);
+  EndLauncher(launcher, report.launcher_exit);
+  if (report.launcher_exit != 0) {
+    report.outcome = "launcher-stuck";
+    report.detail = "the launcher did not end after the installer died";
+    return kExitNegative;
+  }
+  report.outcome = "installer-died";
+  report.detail = "the installer died holding its lock; the launcher gave up without "
+                  "starting Zelto";
+  return kExitOk;
+}
+
+// two-launchers: the second must hand back at once; the first goes on.
+int TwoLaunchers(const Options& options, UpdaterLock_Wait& rendezvous, pid_t first,
+                 long long started, Report& report) {
+  if (!WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms)) {
+    report.launcher_exit = WaitForExit(first, 0);
+    EndLauncher(first, report.launcher_exit);
+    report.outcome = "launcher-never-waited";
+    report.detail = "the first launcher did not wait for the installer's post";
+    return kExitNegative;
+  }
+  report.launcher_blocked_ms = MsSince(started);
+  const pid_t second = StartLauncher(options.launcher);
+  report.second_launcher_exit = WaitForExit(second, options.timeout_ms);
+  EndLauncher(second, report.second_launcher_exit);
+  const bool second_handed_back = report.second_launcher_exit == 0 && HandBackPosted();
+  report.post_ns = NowNs();
+  rendezvous.Release();
+  report.launcher_exit = WaitForExit(first, options.timeout_ms);
+  report.post_to_exit_ms = static_cast<double>(NowNs() - report.post_ns) / 1e6;
+  EndLauncher(first, report.launcher_exit);
+  if (!second_handed_back || report.launcher_exit != 0) {
+    report.outcome = "two-launchers-failed";
+    report.detail = second_handed_back ? "the first launcher did not finish after the post"
+                                       : "the second launcher did not hand back";
+    return kExitNegative;
+  }
+  report.outcome = "second-handed-back";
+  report.detail = "the second launcher found the first running and released the installer; "
+                  "the first went on after the post";
+  return kExitOk;
+}
+
+int Run(const Options& options) {
+  Report report;
+  std::unique_ptr<UpdaterLock> installer;
+  if (options.scenario != "die-holding") {
+    try {
+      installer = std::make_unique<UpdaterLock>(kUpdateInstallerKey);
+    } catch (const updater_init_failed&) {
+      report.detail = "another installer holds VelUpdater1_Update_Installer";
+      Print(report, options.json);
+      return kExitError;
+    }
+  }
+  UpdaterLock_Wait own_wait(kSyncUInstPostSelfUpdateWaitKey);
+  UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
+  const long long started = NowNs();
+
+  int result = kExitError;
+  if (options.scenario == "die-holding") {
+    result = DieHolding(options, rendezvous, started, report);
+  } else {
+    const pid_t launcher = StartLauncher(options.launcher);
+    if (launcher < 0) {
+      report.detail = "the launcher could not be started";
+    } else if (options.scenario == "never-post") {
+      result = NeverPost(options, installer, rendezvous, launcher, started, report);
+    } else if (options.scenario == "two-launchers") {
+      result = TwoLaunchers(options, rendezvous, launcher, started, report);
+    } else {
+      result = PostAndJudge(options, rendezvous, launcher, started, report);
+    }
   }
   rendezvous.Remove();
   own_wait.Remove();
@@ -180,11 +346,33 @@ int Run(const Options& options) {
   return result;
 }
 
+bool KnownScenario(const std::string& name) {
+  for (const char* known :
+       {"post-now", "post-after", "never-post", "die-holding", "two-launchers"}) {
+    if (name == known) {
+      return true;
+    }
+  }
+  return false;
+}
+
+bool ReadMilliseconds(const char* text, long& out) {
+  char* end = nullptr;
+  errno = 0;
+  const long value = std::strtol(text, &end, 10);
+  if (errno != 0 || end == text || *end != '\0' || value < 0) {
+    return false;
+  }
+  out = value;
+  return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
   Options options;
   static const struct option kOptions[] = {{"launcher", required_argument, nullptr, 'l'},
+                                           {"scenario", required_argument, nullptr, 's'},
                                            {"post-delay", required_argument, nullptr, 'd'},
                                            {"timeout", required_argument, nullptr, 't'},
                                            {"json", no_argument, nullptr, 'j'},
@@ -192,16 +380,20 @@ int main(int argc, char** argv) {
                                            {"version", no_argument, nullptr, 'v'},
                                            {nullptr, 0, nullptr, 0}};
   int option = 0;
+  bool valid = true;
   while ((option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
     switch (option) {
     case 'l':
       options.launcher = optarg;
       break;
+    case 's':
+      options.scenario = optarg;
+      break;
     case 'd':
-      options.post_delay_ms = std::strtol(optarg, nullptr, 10);
+      valid = ReadMilliseconds(optarg, options.post_delay_ms) && valid;
       break;
     case 't':
-      options.timeout_ms = std::strtol(optarg, nullptr, 10);
+      valid = ReadMilliseconds(optarg, options.timeout_ms) && valid;
       break;
     case 'j':
       options.json = true;
@@ -213,13 +405,12 @@ int main(int argc, char** argv) {
       std::puts("oru-installer-sim 1.0.0");
       return kExitOk;
     default:
-      std::fputs(kUsage, stderr);
-      return kExitError;
+      valid = false;
     }
   }
-  if (options.launcher.empty() || optind != argc || options.timeout_ms <= 0 ||
-      options.post_delay_ms < 0) {
-    std::fputs(kUsage, stderr);
+  if (!valid || options.launcher.empty() || optind != argc || options.timeout_ms <= 0 ||
+      !KnownScenario(options.scenario)) {
+    std::fputs("oru-installer-sim: bad usage (see --help)\n", stderr);
     return kExitError;
   }
   return Run(options);

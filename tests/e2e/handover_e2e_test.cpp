@@ -201,43 +201,4 @@ TEST_F(HandOverTest, WithoutAUserLocalPathZeltoGetsExactlyFourArguments) {
   ExpectNothingLeftBehind(sandbox_->state_home() + "/OOBE.log");
 }
 
-std::string RunInstallerSim(const std::vector<std::string>& arguments, int& exit_code) {
-  oru_testing::ChildProgram sim = oru_testing::StartProgram(ORU_INSTALLER_SIM, arguments);
-  const std::string report = oru_testing::ReadAll(sim);
-  exit_code = oru_testing::FinishProgram(sim);
-  return report;
-}
-
-TEST_F(HandOverTest, InstallerSimReportsANormalHandOver) {
-  FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
-  int exit_code = -1;
-  const std::string report = RunInstallerSim({"--launcher", ORU_LAUNCHER_EXE, "--json"}, exit_code);
-  EXPECT_EQ(exit_code, 0) << report;
-  EXPECT_NE(report.find("\"outcome\":\"zelto-started\""), std::string::npos) << report;
-  EXPECT_NE(report.find("\"launcher_exit\":0"), std::string::npos) << report;
-  EXPECT_TRUE(zelto.WaitForStart());
-  EXPECT_TRUE(e2e::NamedSemaphores().empty());
-  EXPECT_FALSE(e2e::SetExists(UpdaterLockWaitKey(kSyncOruLauncherWaitKey)));
-  EXPECT_FALSE(e2e::SetExists(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey)));
-}
-
-TEST_F(HandOverTest, InstallerSimReportsAHandBack) {
-  ASSERT_TRUE(platform::CreateDirectoryTree(sandbox_->local_data()));
-  int exit_code = -1;
-  const std::string report = RunInstallerSim({"--launcher", ORU_LAUNCHER_EXE}, exit_code);
-  EXPECT_EQ(exit_code, 1) << report;
-  EXPECT_EQ(report.rfind("handed-back: ", 0), 0u) << report;
-}
-
-TEST_F(HandOverTest, InstallerSimRefusesBadUsage) {
-  int exit_code = -1;
-  RunInstallerSim({"--bogus"}, exit_code);
-  EXPECT_EQ(exit_code, 2);
-  RunInstallerSim({}, exit_code);
-  EXPECT_EQ(exit_code, 2);
-  const std::string help = RunInstallerSim({"--help"}, exit_code);
-  EXPECT_EQ(exit_code, 0);
-  EXPECT_EQ(help.rfind("Usage: oru-installer-sim", 0), 0u);
-}
-
 } // namespace

@@ -1,0 +1,124 @@
+// Every scenario of oru-installer-sim against the real launcher.
+#include "launcher/handover.h"
+#include "locks/updater_lock.h"
+#include "platform/paths.h"
+#include "testing/child_process.h"
+#include "testing/namespaces.h"
+#include "testing/sandbox.h"
+#include "tests/e2e/e2e_support.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+#include <string>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+class InstallerSimTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    if (!oru_testing::EnterPrivateIpcAndShm()) {
+      GTEST_SKIP() << "needs private IPC and mount namespaces (root)";
+    }
+    sandbox_ = std::make_unique<oru_testing::Sandbox>();
+  }
+
+  std::string ZeltoPath() const {
+    return sandbox_->local_data() + "/Nuvex/OOBE/Zelto/core/Zelto.app/Contents/MacOS/Zelto";
+  }
+
+  // Runs the simulator with --json; its report and exit status.
+  std::string Run(std::vector<std::string> arguments, int& exit_code) {
+    arguments.insert(arguments.begin(), {"--launcher", ORU_LAUNCHER_EXE, "--json"});
+    oru_testing::ChildProgram sim = oru_testing::StartProgram(ORU_INSTALLER_SIM, arguments);
+    const std::string report = oru_testing::ReadAll(sim);
+    exit_code = oru_testing::FinishProgram(sim);
+    return report;
+  }
+
+  static bool Says(const std::string& report, const std::string& field) {
+    return report.find(field) != std::string::npos;
+  }
+
+  std::unique_ptr<oru_testing::Sandbox> sandbox_;
+};
+
+TEST_F(InstallerSimTest, PostNowEndsWithZeltoStarted) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  int exit_code = -1;
+  const std::string report = Run({"--scenario", "post-now"}, exit_code);
+  EXPECT_EQ(exit_code, 0) << report;
+  EXPECT_TRUE(Says(report, "\"outcome\":\"zelto-started\"")) << report;
+  EXPECT_TRUE(Says(report, "\"launcher_exit\":0")) << report;
+  EXPECT_TRUE(zelto.WaitForStart());
+  EXPECT_TRUE(e2e::NamedSemaphores().empty());
+  EXPECT_FALSE(e2e::SetExists(UpdaterLockWaitKey(kSyncOruLauncherWaitKey)));
+  EXPECT_FALSE(e2e::SetExists(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey)));
+}
+
+TEST_F(InstallerSimTest, PostAfterADelayEndsWithZeltoStarted) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  int exit_code = -1;
+  const std::string report = Run({"--scenario", "post-after", "--post-delay", "300"}, exit_code);
+  EXPECT_EQ(exit_code, 0) << report;
+  EXPECT_TRUE(Says(report, "\"outcome\":\"zelto-started\"")) << report;
+  EXPECT_TRUE(zelto.WaitForStart());
+}
+
+TEST_F(InstallerSimTest, NeverPostReportsTheLauncherStillWaitingAndItsEndAfterwards) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  int exit_code = -1;
+  const std::string report = Run({"--scenario", "never-post", "--timeout", "1500"}, exit_code);
+  EXPECT_EQ(exit_code, 0) << report;
+  EXPECT_TRUE(Says(report, "\"outcome\":\"launcher-still-waiting\"")) << report;
+  EXPECT_TRUE(Says(report, "gave up without starting Zelto")) << report;
+  EXPECT_FALSE(zelto.Started());
+}
+
+TEST_F(InstallerSimTest, InstallerDyingWhileTheLauncherWaitsEndsTheWait) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  int exit_code = -1;
+  const std::string report = Run({"--scenario", "die-holding"}, exit_code);
+  EXPECT_EQ(exit_code, 0) << report;
+  EXPECT_TRUE(Says(report, "\"outcome\":\"installer-died\"")) << report;
+  EXPECT_TRUE(Says(report, "\"launcher_exit\":0")) << report;
+  EXPECT_FALSE(zelto.Started());
+}
+
+TEST_F(InstallerSimTest, TwoLaunchersAtOnceTheSecondHandsBack) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  int exit_code = -1;
+  const std::string report = Run({"--scenario", "two-launchers"}, exit_code);
+  EXPECT_EQ(exit_code, 0) << report;
+  EXPECT_TRUE(Says(report, "\"outcome\":\"second-handed-back\"")) << report;
+  EXPECT_TRUE(Says(report, "\"second_launcher_exit\":0")) << report;
+  EXPECT_TRUE(zelto.WaitForStart());
+}
+
+TEST_F(InstallerSimTest, ZeltoMissingReportsAHandBack) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(sandbox_->local_data()));
+  int exit_code = -1;
+  const std::string report = Run({}, exit_code);
+  EXPECT_EQ(exit_code, 1) << report;
+  EXPECT_TRUE(Says(report, "\"outcome\":\"handed-back\"")) << report;
+}
+
+TEST_F(InstallerSimTest, BadUsageIsRefusedWithExitTwo) {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"--bogus"}, std::vector<std::string>{"--scenario", "nonsense"},
+        std::vector<std::string>{"--timeout", "abc"}}) {
+    int exit_code = -1;
+    Run(arguments, exit_code);
+    EXPECT_EQ(exit_code, 2);
+  }
+  oru_testing::ChildProgram no_launcher = oru_testing::StartProgram(ORU_INSTALLER_SIM, {});
+  EXPECT_EQ(oru_testing::FinishProgram(no_launcher), 2);
+  oru_testing::ChildProgram help = oru_testing::StartProgram(ORU_INSTALLER_SIM, {"--help"});
+  const std::string text = oru_testing::ReadAll(help);
+  EXPECT_EQ(oru_testing::FinishProgram(help), 0);
+  EXPECT_EQ(text.rfind("Usage: oru-installer-sim", 0), 0u);
+  EXPECT_NE(text.find("two-launchers"), std::string::npos);
+}
+
+} // namespace
