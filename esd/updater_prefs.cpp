@@ -153,32 +153,97 @@ NuvexUpdaterPrefs::NuvexUpdaterPrefs(bool enterprise, const std::string& folder)
 
 NuvexUpdaterPrefs::~NuvexUpdaterPrefs() = default;
 
+std::vector<UpdaterPrefEntry> NuvexUpdaterPrefs::Entries() {
+  const auto b = [](const char* key, esd::BasicPref<bool>& pref) {
+    UpdaterPrefEntry entry{key};
+    entry.boolPref = &pref;
+    return entry;
+  };
+  const auto i = [](const char* key, esd::BasicPref<int>& pref) {
+    UpdaterPrefEntry entry{key};
+    entry.intPref = &pref;
+    return entry;
+  };
+  const auto u = [](const char* key, esd::BasicPref<unsigned long>& pref) {
+    UpdaterPrefEntry entry{key};
+    entry.unsignedPref = &pref;
+    return entry;
+  };
+  const auto t = [](const char* key, esd::BasicPref<std::string>& pref) {
+    UpdaterPrefEntry entry{key};
+    entry.stringPref = &pref;
+    return entry;
+  };
+  const auto bm = [](const char* key, esd::MapPref<std::string, bool>& pref) {
+    UpdaterPrefEntry entry{key};
+    entry.boolMap = &pref;
+    return entry;
+  };
+  const auto tm = [](const char* key, esd::MapPref<std::string, std::string>& pref) {
+    UpdaterPrefEntry entry{key};
+    entry.stringMap = &pref;
+    return entry;
+  };
+  return {b("AutoCheck", AutoCheck),
+          i("Automatic", Automatic),
+          i("AutoCheckType", AutoCheckType),
+          t("DownloadDir", DownloadDir),
+          t("UserCache", UserCache),
+          t("UserCacheTillOruUPdater", UserCacheTillOruUPdater),
+          t("DisplayLang", DisplayLang),
+          b("IsFirstRun", IsFirstRun),
+          b("IsScheduledTaskAdded", IsScheduledTaskAdded),
+          b("IsScheduledTaskNeeded", IsScheduledTaskNeeded),
+          b("InBackground", InBackground),
+          b("InTrayIcon", InTrayIcon),
+          i("AutoCheckFreq", AutoCheckFreq),
+          i("UpdaterPrefSchedCheckFreq", UpdaterPrefSchedCheckFreq),
+          t("LastDateCheck", LastDateCheck),
+          t("uninstallts", uninstallts),
+          i("UpdaterDailyScheduledTimeHH", UpdaterDailyScheduledTimeHH),
+          i("UpdaterDailyScheduledTimeMM", UpdaterDailyScheduledTimeMM),
+          b("ShowNewProducts", ShowNewProducts),
+          b("SilentCheck", SilentCheck),
+          bm("ApplicationsEnabled", ApplicationsEnabled),
+          tm("NotificationMessage", NotificationMessage),
+          bm("ChannelsInstalled", ChannelsInstalled),
+          bm("ChannelsEnabled", ChannelsEnabled),
+          bm("MoxChannels", MoxChannels),
+          t("Launch", Launch),
+          t("ProxyServer", ProxyServer),
+          t("ProxyPort", ProxyPort),
+          i("ConnectionType", ConnectionType),
+          t("LogFile", LogFile),
+          t("logFileLib", logFileLib),
+          t("InstallerLogFile", InstallerLogFile),
+          t("NotificationLogFile", NotificationLogFile),
+          t("StartupLogFile", StartupLogFile),
+          t("SilentNotificationLogFile", SilentNotificationLogFile),
+          i("LogLevel", LogLevel),
+          t("OSVersion", OSVersion),
+          t("VelUVersion", VelUVersion),
+          t("WebFeedOverriddenURL", WebFeedOverriddenURL),
+          t("WebFeedEtag", WebFeedEtag),
+          u("WebFeedSize", WebFeedSize),
+          u("WebFeedSeqNo", WebFeedSeqNo)};
+}
+
 void NuvexUpdaterPrefs::PointPreferencesAtThis() {
-  for (esd::BasicPref<bool>* pref :
-       {&AutoCheck, &IsFirstRun, &IsScheduledTaskAdded, &IsScheduledTaskNeeded, &InBackground,
-        &InTrayIcon, &ShowNewProducts, &SilentCheck}) {
-    pref->prefs = this;
+  for (const UpdaterPrefEntry& entry : Entries()) {
+    if (entry.boolPref) {
+      entry.boolPref->prefs = this;
+    } else if (entry.intPref) {
+      entry.intPref->prefs = this;
+    } else if (entry.unsignedPref) {
+      entry.unsignedPref->prefs = this;
+    } else if (entry.stringPref) {
+      entry.stringPref->prefs = this;
+    } else if (entry.boolMap) {
+      entry.boolMap->prefs = this;
+    } else {
+      entry.stringMap->prefs = this;
+    }
   }
-  for (esd::BasicPref<int>* pref :
-       {&Automatic, &AutoCheckType, &AutoCheckFreq, &UpdaterPrefSchedCheckFreq,
-        &UpdaterDailyScheduledTimeHH, &UpdaterDailyScheduledTimeMM, &ConnectionType, &LogLevel}) {
-    pref->prefs = this;
-  }
-  for (esd::BasicPref<std::string>* pref :
-       {&DownloadDir, &UserCache, &UserCacheTillOruUPdater, &DisplayLang, &LastDateCheck,
-        &uninstallts, &Launch, &ProxyServer, &ProxyPort, &LogFile, &logFileLib, &InstallerLogFile,
-        &NotificationLogFile, &StartupLogFile, &SilentNotificationLogFile, &OSVersion, &VelUVersion,
-        &WebFeedOverriddenURL, &WebFeedEtag}) {
-    pref->prefs = this;
-  }
-  for (esd::BasicPref<unsigned long>* pref : {&WebFeedSize, &WebFeedSeqNo}) {
-    pref->prefs = this;
-  }
-  for (esd::MapPref<std::string, bool>* pref :
-       {&ApplicationsEnabled, &ChannelsInstalled, &ChannelsEnabled, &MoxChannels}) {
-    pref->prefs = this;
-  }
-  NotificationMessage.prefs = this;
 }
 
 bool NuvexUpdaterPrefs::OpenFile(bool enterprise) {

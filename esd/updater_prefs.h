@@ -30,6 +30,18 @@ bool GetUpdaterInventoryFolder(std::string& out);
 using UpdaterPrefsLogHook = void (*)(int level, const std::string& message);
 void SetUpdaterPrefsLogHook(UpdaterPrefsLogHook hook);
 
+// One preference of the set, for tools that work on them by key: exactly one
+// of the pointers is set.
+struct UpdaterPrefEntry {
+  const char* key;
+  esd::BasicPref<bool>* boolPref = nullptr;
+  esd::BasicPref<int>* intPref = nullptr;
+  esd::BasicPref<unsigned long>* unsignedPref = nullptr;
+  esd::BasicPref<std::string>* stringPref = nullptr;
+  esd::MapPref<std::string, bool>* boolMap = nullptr;
+  esd::MapPref<std::string, std::string>* stringMap = nullptr;
+};
+
 class NuvexUpdaterPrefs : public esd::PrefsWriter {
 public:
   static constexpr const char* kFileName = "NuvexUpdaterPrefs.dat";
@@ -81,6 +93,9 @@ public:
   esd::BasicPref<std::string> WebFeedEtag;
   esd::BasicPref<unsigned long> WebFeedSize;
   esd::BasicPref<unsigned long> WebFeedSeqNo;
+
+  // Every preference of the set, in table order.
+  std::vector<UpdaterPrefEntry> Entries();
 
 private:
   // `folder`: the preferences folder the path defaults are built on, empty

@@ -7,6 +7,7 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <set>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <vector>
@@ -169,6 +170,28 @@ TEST_F(UpdaterPrefsTest, EveryKeyHasItsTypeAndDefault) {
   EXPECT_EQ(prefs.WebFeedSize.defaultValue, 0u);
   EXPECT_EQ(prefs.WebFeedSeqNo.key, "WebFeedSeqNo");
   EXPECT_EQ(prefs.WebFeedSeqNo.defaultValue, 0u);
+}
+
+TEST_F(UpdaterPrefsTest, EntriesListEveryKeyOnceUnderItsOwnName) {
+  NuvexUpdaterPrefs prefs(false);
+  const auto entries = prefs.Entries();
+  ASSERT_EQ(entries.size(), 42u);
+  std::set<std::string> keys;
+  for (const UpdaterPrefEntry& entry : entries) {
+    keys.insert(entry.key);
+    const int set = (entry.boolPref != nullptr) + (entry.intPref != nullptr) +
+                    (entry.unsignedPref != nullptr) + (entry.stringPref != nullptr) +
+                    (entry.boolMap != nullptr) + (entry.stringMap != nullptr);
+    EXPECT_EQ(set, 1) << entry.key;
+    const std::string own_key = entry.boolPref       ? entry.boolPref->key
+                                : entry.intPref      ? entry.intPref->key
+                                : entry.unsignedPref ? entry.unsignedPref->key
+                                : entry.stringPref   ? entry.stringPref->key
+                                : entry.boolMap      ? entry.boolMap->key
+                                                     : entry.stringMap->key;
+    EXPECT_EQ(own_key, entry.key);
+  }
+  EXPECT_EQ(keys.size(), 42u);
 }
 
 TEST_F(UpdaterPrefsTest, EveryPreferenceWritesThroughThisObject) {

@@ -1,0 +1,383 @@
+// oructl against real processes in the sandbox of the end-to-end tests.
+#include "launcher/handover.h"
+#include "locks/resource_locker.h"
+#include "locks/updater_lock.h"
+#include "platform/paths.h"
+#include "testing/child_process.h"
+#include "testing/namespaces.h"
+#include "testing/sandbox.h"
+#include "tests/e2e/e2e_support.h"
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <memory>
+#include <signal.h>
+#include <string>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using oru_testing::ChildProgram;
+
+struct Result {
+  int exit_code = -1;
+  std::string output;
+};
+
+class OructlTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    if (!oru_testing::EnterPrivateIpcAndShm()) {
+      GTEST_SKIP() << "needs private IPC and mount namespaces (root)";
+    }
+    sandbox_ = std::make_unique<oru_testing::Sandbox>();
+  }
+
+  Result Oructl(const std::vector<std::string>& arguments) {
+    ChildProgram child = oru_testing::StartProgram(ORU_ORUCTL, arguments);
+    Result result;
+    result.output = oru_testing::ReadAll(child);
+    result.exit_code = oru_testing::FinishProgram(child);
+    return result;
+  }
+
+  std::string ZeltoPath() const {
+    return sandbox_->local_data() + "/Nuvex/OOBE/Zelto/core/Zelto.app/Contents/MacOS/Zelto";
+  }
+  std::string PrefsFolder() const { return sandbox_->data_home() + "/Nuvex/OruUpdater/1.0"; }
+  std::string PrefsPath() const { return PrefsFolder() + "/NuvexUpdaterPrefs.dat"; }
+
+  static bool Has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+  }
+
+  // A process that took the preferences lock and was killed holding it.
+  void LeaveStalePrefsLock() {
+    ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+    const pid_t child = fork();
+    if (child == 0) {
+      esd::ResourceLocker locker(PrefsPath(), 3000);
+      locker.Lock();
+      raise(SIGKILL);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    ASSERT_TRUE(WIFSIGNALED(status));
+  }
+
+  std::unique_ptr<oru_testing::Sandbox> sandbox_;
+};
+
+TEST_F(OructlTest, StatusWhileTheLauncherWaitsForARunningInstaller) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  UpdaterLock installer(kUpdateInstallerKey);
+  UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
+  ChildProgram launcher = e2e::Start(ORU_LAUNCHER_EXE);
+  ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), 1));
+  const Result status = Oructl({"status"});
+  EXPECT_EQ(status.exit_code, 0) << status.output;
+  EXPECT_TRUE(Has(status.output, "=> installer running, launcher waiting for it")) << status.output;
+  EXPECT_TRUE(Has(status.output, "VelUpdater1_Sync_OruLauncherWait (rendezvous")) << status.output;
+  rendezvous.Release();
+  EXPECT_EQ(e2e::Wait(launcher), 0);
+  // The launcher is done; this test still plays the running installer.
+  EXPECT_TRUE(Has(Oructl({"status"}).output, "=> installer running, no launcher"));
+}
+
+TEST_F(OructlTest, StatusWhenTheInstallerIsGone) {
+  UpdaterLock launcher(kOruLauncherKey); // a launcher runs; no installer does
+  const Result status = Oructl({"status", "--json"});
+  EXPECT_EQ(status.exit_code, 0) << status.output;
+  EXPECT_TRUE(Has(status.output, "\"launcher running, installer gone\"")) << status.output;
+}
+
+TEST_F(OructlTest, StatusFindsAStaleLockLeftByAKilledProcessAndUnlockPrefsFreesIt) {
+  LeaveStalePrefsLock();
+  const Result status = Oructl({"status"});
+  EXPECT_EQ(status.exit_code, 1) << status.output;
+  EXPECT_TRUE(Has(status.output, "=> stale preferences lock")) << status.output;
+  EXPECT_EQ(Oructl({"unlock-prefs"}).exit_code, 2);
+  const Result unlock = Oructl({"unlock-prefs", "--force"});
+  EXPECT_EQ(unlock.exit_code, 0) << unlock.output;
+  EXPECT_EQ(Oructl({"status"}).exit_code, 0);
+  EXPECT_EQ(Oructl({"unlock-prefs", "--force"}).exit_code, 1);
+}
+
+std::vector<std::string> JsonArgv(const std::string& json) {
+  std::vector<std::string> argv;
+  size_t at = json.find("\"argv\":[");
+  if (at == std::string::npos) {
+    return argv;
+  }
+  at += 8;
+  while (json[at] == '"') {
+    const size_t end = json.find('"', at + 1);
+    argv.push_back(json.substr(at + 1, end - at - 1));
+    at = end + 1;
+    if (json[at] == ',') {
+      ++at;
+    }
+  }
+  return argv;
+}
+
+TEST_F(OructlTest, ExplainPrintsExactlyTheArgumentVectorTheLauncherPasses) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  UpdaterLock installer(kUpdateInstallerKey);
+  const Result explain = Oructl({"explain", "--json"});
+  EXPECT_EQ(explain.exit_code, 0) << explain.output;
+  const std::vector<std::string> predicted = JsonArgv(explain.output);
+  ASSERT_EQ(predicted.size(), 6u) << explain.output;
+
+  UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
+  ChildProgram launcher = e2e::Start(ORU_LAUNCHER_EXE);
+  ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), 1));
+  rendezvous.Release();
+  EXPECT_EQ(e2e::Wait(launcher), 0);
+  ASSERT_TRUE(zelto.WaitForStart());
+  EXPECT_EQ(zelto.Arguments(), predicted);
+}
+
+TEST_F(OructlTest, ExplainSaysWhenNoInstallerRuns) {
+  const Result explain = Oructl({"explain"});
+  EXPECT_EQ(explain.exit_code, 1);
+  EXPECT_TRUE(Has(explain.output, "plan: no installer runs")) << explain.output;
+}
+
+TEST_F(OructlTest, DoctorPassesOnAHealthySandbox) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  const Result doctor = Oructl({"doctor"});
+  EXPECT_EQ(doctor.exit_code, 0) << doctor.output;
+  EXPECT_FALSE(Has(doctor.output, "FAIL")) << doctor.output;
+}
+
+TEST_F(OructlTest, DoctorFindsAMissingZelto) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(sandbox_->local_data()));
+  const Result doctor = Oructl({"doctor"});
+  EXPECT_EQ(doctor.exit_code, 1);
+  EXPECT_TRUE(Has(doctor.output, "FAIL  Zelto: " + ZeltoPath() + " is missing")) << doctor.output;
+}
+
+TEST_F(OructlTest, DoctorFindsAZeltoThatIsNotExecutable) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  ASSERT_EQ(chmod(ZeltoPath().c_str(), 0644), 0);
+  const Result doctor = Oructl({"doctor"});
+  EXPECT_EQ(doctor.exit_code, 1);
+  EXPECT_TRUE(Has(doctor.output, "is not executable")) << doctor.output;
+  EXPECT_TRUE(Has(doctor.output, "fix: chmod +x")) << doctor.output;
+}
+
+TEST_F(OructlTest, DoctorFindsACorruptPreferencesFile) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+  oru_testing::WriteFile(PrefsPath(), "<Preferences><LogLevel>2</Lo");
+  const Result doctor = Oructl({"doctor"});
+  EXPECT_EQ(doctor.exit_code, 1);
+  EXPECT_TRUE(Has(doctor.output, "does not parse")) << doctor.output;
+  EXPECT_EQ(oru_testing::ReadFile(PrefsPath()), "<Preferences><LogLevel>2</Lo");
+}
+
+TEST_F(OructlTest, DoctorFindsAStalePreferencesLock) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  LeaveStalePrefsLock();
+  const Result doctor = Oructl({"doctor"});
+  EXPECT_EQ(doctor.exit_code, 1);
+  EXPECT_TRUE(Has(doctor.output, "fix: oructl unlock-prefs --force")) << doctor.output;
+}
+
+TEST_F(OructlTest, DoctorFindsALogFolderThatIsMissing) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  ASSERT_EQ(Oructl({"prefs", "set", "LogFile", sandbox_->Path("gone/oruu.log")}).exit_code, 0);
+  const Result doctor = Oructl({"doctor"});
+  EXPECT_EQ(doctor.exit_code, 1);
+  EXPECT_TRUE(Has(doctor.output, "FAIL  log file")) << doctor.output;
+}
+
+TEST_F(OructlTest, DoctorFindsTooFewSemaphoreSets) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  std::string limits;
+  {
+    std::ifstream in("/proc/sys/kernel/sem");
+    std::getline(in, limits);
+  }
+  // The limits belong to this test's own IPC namespace.
+  { std::ofstream("/proc/sys/kernel/sem") << "250 32000 32 4"; }
+  const Result doctor = Oructl({"doctor"});
+  { std::ofstream("/proc/sys/kernel/sem") << limits; }
+  EXPECT_EQ(doctor.exit_code, 1);
+  EXPECT_TRUE(Has(doctor.output, "FAIL  System V semaphore sets")) << doctor.output;
+}
+
+// A process of the updater holding the preferences, driven through a pipe.
+class PrefsHolder {
+public:
+  PrefsHolder() {
+    int input[2];
+    if (pipe(input) != 0) {
+      return;
+    }
+    child_ = oru_testing::StartProgram(ORU_PREFS_HOLDER, {}, input[0], input[1]);
+    close(input[0]);
+    commands_ = input[1];
+    ready_ = Answer() == "ready";
+  }
+  ~PrefsHolder() {
+    close(commands_);
+    oru_testing::FinishProgram(child_);
+  }
+  bool ready() const { return ready_; }
+  std::string Ask(const std::string& command) {
+    const std::string line = command + "\n";
+    (void)!write(commands_, line.data(), line.size());
+    return Answer();
+  }
+
+private:
+  std::string Answer() {
+    char line[256] = "";
+    if (!child_.output || !fgets(line, sizeof line, child_.output)) {
+      return "";
+    }
+    std::string text = line;
+    if (!text.empty() && text.back() == '\n') {
+      text.pop_back();
+    }
+    return text;
+  }
+
+  ChildProgram child_;
+  int commands_ = -1;
+  bool ready_ = false;
+};
+
+TEST_F(OructlTest, PrefsSetByTheToolIsSeenByARunningProcessAndTheOtherWayRound) {
+  PrefsHolder holder;
+  ASSERT_TRUE(holder.ready());
+  EXPECT_EQ(holder.Ask("get"), "2");
+  ASSERT_EQ(Oructl({"prefs", "set", "LogLevel", "4"}).exit_code, 0);
+  EXPECT_EQ(holder.Ask("get"), "4");
+  EXPECT_EQ(holder.Ask("set 7"), "ok");
+  const Result get = Oructl({"prefs", "get", "LogLevel"});
+  EXPECT_EQ(get.exit_code, 0);
+  EXPECT_EQ(get.output, "7\n");
+}
+
+TEST_F(OructlTest, PrefsListShowsEveryKeyTypedAndResetRestoresTheDefault) {
+  ASSERT_EQ(Oructl({"prefs", "set", "ChannelsEnabled", "stable=1,beta=0"}).exit_code, 0);
+  EXPECT_EQ(Oructl({"prefs", "get", "ChannelsEnabled"}).output, "beta=0,stable=1\n");
+  ASSERT_EQ(Oructl({"prefs", "set", "AutoCheck", "0"}).exit_code, 0);
+  const Result list = Oructl({"prefs", "list"});
+  EXPECT_EQ(list.exit_code, 0);
+  EXPECT_TRUE(Has(list.output, "AutoCheck (bool) = 0\n")) << list.output;
+  EXPECT_TRUE(Has(list.output, "LogLevel (int) = 2 [default]\n")) << list.output;
+  EXPECT_TRUE(Has(list.output, "WebFeedSize (unsigned long) = 0 [default]\n")) << list.output;
+  ASSERT_EQ(Oructl({"prefs", "reset", "AutoCheck"}).exit_code, 0);
+  EXPECT_EQ(Oructl({"prefs", "get", "AutoCheck"}).output, "1\n");
+}
+
+TEST_F(OructlTest, BadPrefsInputIsAOneLineErrorWithExitTwoAndChangesNothing) {
+  ASSERT_EQ(Oructl({"prefs", "set", "LogLevel", "3"}).exit_code, 0);
+  const std::string before = oru_testing::ReadFile(PrefsPath());
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"prefs", "get", "NoSuchKey"},
+        std::vector<std::string>{"prefs", "set", "NoSuchKey", "1"},
+        std::vector<std::string>{"prefs", "set", "LogLevel", "three"},
+        std::vector<std::string>{"prefs", "set", "AutoCheck", "yes"},
+        std::vector<std::string>{"prefs", "set", "WebFeedSize", "-1"},
+        std::vector<std::string>{"prefs", "set", "ChannelsEnabled", "a=maybe"},
+        std::vector<std::string>{"prefs", "frobnicate"}, std::vector<std::string>{"prefs"},
+        std::vector<std::string>{"nonsense"}}) {
+    ChildProgram child = oru_testing::StartProgram(ORU_ORUCTL, arguments);
+    oru_testing::ReadAll(child);
+    EXPECT_EQ(oru_testing::FinishProgram(child), 2) << arguments.back();
+  }
+  EXPECT_EQ(oru_testing::ReadFile(PrefsPath()), before);
+}
+
+TEST_F(OructlTest, CorruptPreferencesFileIsRefusedAndLeftAsItIs) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+  const std::string corrupt = "<Preferences><LogLevel>2</Lo";
+  oru_testing::WriteFile(PrefsPath(), corrupt);
+  EXPECT_EQ(Oructl({"prefs", "list"}).exit_code, 2);
+  EXPECT_EQ(Oructl({"prefs", "set", "LogLevel", "3"}).exit_code, 2);
+  EXPECT_EQ(oru_testing::ReadFile(PrefsPath()), corrupt);
+}
+
+std::string LogLine(const std::string& time, const std::string& thread, const std::string& level,
+                    const std::string& message) {
+  return time + " | [" + level + "] |  | UPDATER | SHARED |  |  |  | " + thread + " | " + message +
+         "\n";
+}
+
+TEST_F(OructlTest, LogSessionsReportExactlyTheUnfinishedRun) {
+  const std::string log = sandbox_->Path("oruu.log");
+  oru_testing::WriteFile(
+      log, LogLine("11/22/26 10:00:00:000", "111", "INFO", ">>> Nuvex Updater Log Begin >>>") +
+               LogLine("11/22/26 10:00:00:001", "111", "INFO", "Oru Launcher : x") +
+               LogLine("11/22/26 10:00:00:002", "222", "INFO", ">>> Nuvex Updater Log Begin >>>") +
+               LogLine("11/22/26 10:00:00:003", "111", "INFO", "<<< Nuvex Updater Log End <<<") +
+               "\n\n" +
+               LogLine("11/22/26 10:00:00:004", "222", "INFO",
+                       "Oru Launcher  : Acquiring kSyncOruLauncherWaitKey Lock."));
+  const Result sessions = Oructl({"log", "sessions", "--file", log, "--json"});
+  EXPECT_EQ(sessions.exit_code, 1) << sessions.output;
+  EXPECT_TRUE(Has(sessions.output, "{\"thread\":\"111\"")) << sessions.output;
+  EXPECT_TRUE(Has(sessions.output, "\"finished\":true")) << sessions.output;
+  EXPECT_TRUE(Has(sessions.output, "{\"thread\":\"222\"")) << sessions.output;
+  EXPECT_EQ(sessions.output.find("\"finished\":false"),
+            sessions.output.rfind("\"finished\":false"));
+  EXPECT_TRUE(
+      Has(Oructl({"log", "sessions", "--file", log}).output,
+          "run 222: 11/22/26 10:00:00:002 .. 11/22/26 10:00:00:004, 2 records, UNFINISHED"));
+}
+
+TEST_F(OructlTest, LogFiltersByLevelFieldThreadAndTime) {
+  const std::string log = sandbox_->Path("oruu.log");
+  oru_testing::WriteFile(log, LogLine("11/22/26 10:00:00:000", "111", "DEBUG", "debug line") +
+                                  LogLine("11/22/26 10:00:05:000", "222", "WARN", "warn line") +
+                                  LogLine("11/22/26 10:00:09:000", "111", "INFO", "info line"));
+  EXPECT_EQ(Oructl({"log", "--file", log, "--level", "WARN"}).output,
+            LogLine("11/22/26 10:00:05:000", "222", "WARN", "warn line"));
+  EXPECT_EQ(
+      Oructl({"log", "--file", log, "--thread", "111", "--since", "11/22/26 10:00:01"}).output,
+      LogLine("11/22/26 10:00:09:000", "111", "INFO", "info line"));
+  EXPECT_TRUE(Has(Oructl({"log", "--file", log, "--field", "UPDATER", "--json"}).output,
+                  "\"message\":\"debug line\""));
+  EXPECT_EQ(Oructl({"log", "--file", log, "--field", "nobody"}).output, "");
+}
+
+TEST_F(OructlTest, LogReadsRotatedCopiesBeforeTheLiveFile) {
+  const std::string log = sandbox_->Path("oruu.log");
+  oru_testing::WriteFile(sandbox_->Path("oruu 2026-11-22 09-00-00.log"),
+                         LogLine("11/22/26 09:00:00:000", "1", "INFO", "older"));
+  oru_testing::WriteFile(log, LogLine("11/22/26 10:00:00:000", "1", "INFO", "newer"));
+  EXPECT_EQ(Oructl({"log", "--file", log}).output,
+            LogLine("11/22/26 09:00:00:000", "1", "INFO", "older") +
+                LogLine("11/22/26 10:00:00:000", "1", "INFO", "newer"));
+}
+
+TEST_F(OructlTest, UnreadableLogOrALineThatDoesNotParseIsAnError) {
+  const Result missing = Oructl({"log", "--file", sandbox_->Path("missing.log")});
+  EXPECT_EQ(missing.exit_code, 2);
+  const std::string log = sandbox_->Path("oruu.log");
+  oru_testing::WriteFile(log, LogLine("11/22/26 10:00:00:000", "1", "INFO", "fine") +
+                                  "this | is | not | a | log | line\n");
+  EXPECT_EQ(Oructl({"log", "--file", log}).exit_code, 2);
+  EXPECT_EQ(Oructl({"log", "--file", log, "--level", "LOUD"}).exit_code, 2);
+  EXPECT_EQ(Oructl({"log", "--file", log, "--since", "yesterday"}).exit_code, 2);
+}
+
+TEST_F(OructlTest, EveryCommandHasAManual) {
+  for (const char* command : {"status", "explain", "doctor", "prefs", "unlock-prefs", "log"}) {
+    const Result help = Oructl({command, "--help"});
+    EXPECT_EQ(help.exit_code, 0) << command;
+    EXPECT_EQ(help.output.rfind("Usage: oructl " + std::string(command), 0), 0u) << command;
+  }
+  EXPECT_EQ(Oructl({"--help"}).exit_code, 0);
+  EXPECT_EQ(Oructl({}).exit_code, 2);
+}
+
+} // namespace

@@ -1,0 +1,69 @@
+#include "tools/oructl/oructl.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace oructl {
+
+int Fail(const std::string& message) {
+  std::fprintf(stderr, "oructl: %s\n", message.c_str());
+  return kError;
+}
+
+bool TakeFlag(Arguments& arguments, const std::string& flag) {
+  const auto found = std::find(arguments.begin(), arguments.end(), flag);
+  if (found == arguments.end()) {
+    return false;
+  }
+  arguments.erase(found);
+  return true;
+}
+
+bool TakeOption(Arguments& arguments, const std::string& option, std::string& value, int& status) {
+  const auto found = std::find(arguments.begin(), arguments.end(), option);
+  if (found == arguments.end()) {
+    return false;
+  }
+  if (found + 1 == arguments.end()) {
+    status = Fail(option + " needs a value");
+    arguments.erase(found);
+    return false;
+  }
+  value = *(found + 1);
+  arguments.erase(found, found + 2);
+  return true;
+}
+
+std::string JsonString(const std::string& text) {
+  std::string out = "\"";
+  for (const unsigned char c : text) {
+    switch (c) {
+    case '"':
+      out += "\\\"";
+      break;
+    case '\\':
+      out += "\\\\";
+      break;
+    case '\n':
+      out += "\\n";
+      break;
+    case '\t':
+      out += "\\t";
+      break;
+    case '\r':
+      out += "\\r";
+      break;
+    default:
+      if (c < 0x20) {
+        char escaped[8];
+        std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
+        out += escaped;
+      } else {
+        out += static_cast<char>(c);
+      }
+    }
+  }
+  return out + "\"";
+}
+
+} // namespace oructl

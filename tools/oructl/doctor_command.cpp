@@ -1,0 +1,157 @@
+// oructl doctor: the known causes of a failed hand-over, each checked and,
+// when found, printed with its fix.
+#include "esd/expat_dom_builder.h"
+#include "launcher/handover.h"
+#include "launcher/zelto.h"
+#include "locks/updater_lock.h"
+#include "platform/paths.h"
+#include "tools/oructl/ipc_state.h"
+#include "tools/oructl/oructl.h"
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+#include <sys/sem.h>
+#include <unistd.h>
+#include <vector>
+
+namespace oructl {
+
+namespace {
+
+const char kUsage[] = "Usage: oructl doctor [--json]\n"
+                      "\n"
+                      "Checks the known causes of a failed hand-over and prints each with its\n"
+                      "state and, for a fault, the fix:\n"
+                      "  - room for the hand-over's System V semaphore sets\n"
+                      "  - the preferences folder and file: present, writable, parsing\n"
+                      "  - the log file's folder and file: writable\n"
+                      "  - Zelto: present and executable\n"
+                      "  - a stale preferences lock, or a post nobody took\n"
+                      "\n"
+                      "Exit status: 0 healthy; 1 faults found; 2 error.\n";
+
+struct Check {
+  std::string name;
+  bool ok;
+  std::string detail;
+  std::string fix;
+};
+
+bool Writable(const std::string& path) {
+  return access(path.c_str(), W_OK) == 0;
+}
+
+Check SemaphoreRoom() {
+  std::ifstream limits("/proc/sys/kernel/sem");
+  long semmsl = 0, semmns = 0, semopm = 0, semmni = 0;
+  limits >> semmsl >> semmns >> semopm >> semmni;
+  struct seminfo info {};
+  const int used = semctl(0, 0, SEM_INFO, reinterpret_cast<struct semid_ds*>(&info));
+  const long in_use = used < 0 ? 0 : info.semusz;
+  const bool ok = semmni == 0 || in_use + 8 <= semmni;
+  return {"System V semaphore sets", ok,
+          std::to_string(in_use) + " of " + std::to_string(semmni) + " sets in use",
+          "raise kernel.sem (the fourth number, SEMMNI) or remove unused sets with ipcrm"};
+}
+
+Check PrefsFile(const std::string& path) {
+  if (path.empty()) {
+    return {"preferences", false, "no preferences folder can be found or made",
+            "make the user's application support folder writable"};
+  }
+  const std::string folder = platform::DirName(path);
+  if (!Writable(folder)) {
+    return {"preferences", false, folder + " is not writable",
+            "give the user write access to " + folder};
+  }
+  if (!platform::PathExists(path)) {
+    return {"preferences", true, path + " not made yet (defaults apply)", ""};
+  }
+  esd::ExpatDOMBuilder<esd::XMLDocumentNode> reader;
+  if (!reader.Create(nullptr, nullptr) || !reader.ParseFile(path, true)) {
+    return {"preferences", false, path + " does not parse",
+            "move it aside or run oructl prefs reset --all (every key gets its default)"};
+  }
+  if (!Writable(path)) {
+    return {"preferences", false, path + " is not writable", "give the user write access"};
+  }
+  return {"preferences", true, path + " readable and writable", ""};
+}
+
+Check LogFile(const std::string& path) {
+  if (path.empty()) {
+    return {"log file", false, "no log file can be placed", "set the preference LogFile"};
+  }
+  const std::string folder = platform::DirName(path);
+  if (!platform::IsDirectory(folder) || !Writable(folder)) {
+    return {"log file", false, folder + " is missing or not writable",
+            "create it or give write access"};
+  }
+  if (platform::PathExists(path) && !Writable(path)) {
+    return {"log file", false, path + " is not writable", "chmod 0666 " + path};
+  }
+  return {"log file", true, path + " writable", ""};
+}
+
+Check Zelto() {
+  std::string path;
+  if (!FindZeltoExecutable(path)) {
+    return {"Zelto", false, "the machine's application support folder is not found",
+            "install Zelto (its folder is missing)"};
+  }
+  if (!platform::IsFile(path)) {
+    return {"Zelto", false, path + " is missing", "reinstall Zelto"};
+  }
+  if (access(path.c_str(), X_OK) != 0) {
+    return {"Zelto", false, path + " is not executable", "chmod +x " + path};
+  }
+  return {"Zelto", true, path + " present and executable", ""};
+}
+
+Check StaleLocks(const std::string& prefs_path) {
+  if (!prefs_path.empty() && ReadPrefsLock(prefs_path, 1000).stale) {
+    return {"locks", false, "the preferences lock stays although nobody uses it",
+            "oructl unlock-prefs --force"};
+  }
+  const SetState post = ReadSet(UpdaterLockWaitKey(kSyncOruLauncherWaitKey));
+  if (post.exists && post.value > 0 && post.waiters == 0 && !ProcessAlive(post.last_process)) {
+    return {"locks", false, "a post for the launcher was left by a process that is gone",
+            "ipcrm -s " + std::to_string(post.id)};
+  }
+  return {"locks", true, "no stale lock", ""};
+}
+
+} // namespace
+
+int DoctorCommand(const Arguments& given) {
+  Arguments arguments = given;
+  if (TakeFlag(arguments, "--help")) {
+    std::fputs(kUsage, stdout);
+    return kOk;
+  }
+  const bool json = TakeFlag(arguments, "--json");
+  if (!arguments.empty()) {
+    return Fail("unexpected '" + arguments[0] + "' (see oructl doctor --help)");
+  }
+  const std::string prefs_path = UpdaterPrefsPath();
+  const std::vector<Check> checks = {SemaphoreRoom(), PrefsFile(prefs_path),
+                                     LogFile(UpdaterLogPath()), Zelto(), StaleLocks(prefs_path)};
+  bool healthy = true;
+  std::string out = json ? "[" : "";
+  for (const Check& check : checks) {
+    healthy = healthy && check.ok;
+    if (json) {
+      out += (out.size() > 1 ? "," : "") + std::string("{\"check\":") + JsonString(check.name) +
+             ",\"ok\":" + (check.ok ? "true" : "false") +
+             ",\"detail\":" + JsonString(check.detail) + ",\"fix\":" + JsonString(check.fix) + "}";
+    } else {
+      out += (check.ok ? "ok    " : "FAIL  ") + check.name + ": " + check.detail +
+             (check.ok ? "" : "\n      fix: " + check.fix) + "\n";
+    }
+  }
+  std::fputs((json ? out + "]\n" : out).c_str(), stdout);
+  return healthy ? kOk : kNegative;
+}
+
+} // namespace oructl

@@ -1,0 +1,40 @@
+// Read-only views of the hand-over's kernel objects: looking never takes or
+// changes anything.
+#ifndef ORU_TOOLS_ORUCTL_IPC_STATE_H
+#define ORU_TOOLS_ORUCTL_IPC_STATE_H
+
+#include <string>
+#include <sys/types.h>
+
+namespace oructl {
+
+struct SetState {
+  key_t key = -1;
+  bool exists = false;
+  int id = -1;
+  int value = -1;
+  int waiters = 0;
+  pid_t last_process = 0;
+  bool last_alive = false;
+};
+
+SetState ReadSet(key_t key, int semaphore = 0);
+bool ProcessAlive(pid_t pid);
+
+// The preferences lock of a preferences file: whether its named semaphore
+// exists now, and whether it still exists after `watch_ms` (a live holder
+// keeps it for milliseconds; a dead one for ever).
+struct PrefsLockState {
+  std::string path;
+  bool present = false;
+  bool stale = false;
+};
+PrefsLockState ReadPrefsLock(const std::string& prefs_path, int watch_ms);
+
+// The updater's preferences file and log file, as the launcher would use.
+std::string UpdaterPrefsPath();
+std::string UpdaterLogPath();
+
+} // namespace oructl
+
+#endif // ORU_TOOLS_ORUCTL_IPC_STATE_H

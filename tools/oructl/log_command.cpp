@@ -1,0 +1,201 @@
+// oructl log [sessions]: the updater log as records, filtered, or split into
+// launcher runs.
+#include "esd/updater_prefs.h"
+#include "tools/oructl/log_records.h"
+#include "tools/oructl/oructl.h"
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace oructl {
+
+namespace {
+
+const char kUsage[] =
+    "Usage: oructl log [--file PATH] [--level NAME] [--field TEXT] [--thread ID]\n"
+    "                  [--since TIME] [--until TIME] [--json]\n"
+    "       oructl log sessions [--file PATH] [--json]\n"
+    "\n"
+    "Reads the updater log (the preference LogFile, or PATH) together with its\n"
+    "rotated copies, oldest first, as records: time, level, six fields, thread\n"
+    "and message.\n"
+    "\n"
+    "  --level NAME    only records at NAME or above (TRACE DEBUG INFO WARN\n"
+    "                  ERROR FATAL NONE)\n"
+    "  --field TEXT    only records with a field equal to TEXT\n"
+    "  --thread ID     only records of that thread (a launcher's process id)\n"
+    "  --since TIME    only records at or after TIME (\"MM/DD/YY HH:MM:SS\")\n"
+    "  --until TIME    only records at or before TIME\n"
+    "\n"
+    "\"log sessions\" splits the records into launcher runs by process, and\n"
+    "flags a run whose last record is not the log's end banner as unfinished.\n"
+    "\n"
+    "Exit status: 0 done (sessions: every run finished); 1 sessions: some run\n"
+    "is unfinished; 2 usage, an unreadable log, or a line that is no log line.\n";
+
+const char kEndBanner[] = "<<< Nuvex Updater Log End <<<";
+constexpr time_t kSameRunGap = 60;
+
+struct Filters {
+  int level = -1;
+  std::string field;
+  std::string thread;
+  bool has_since = false;
+  bool has_until = false;
+  time_t since = 0;
+  time_t until = 0;
+};
+
+bool Matches(const LogRecord& record, const Filters& filters) {
+  if (filters.level >= 0 && LevelRank(record.level) < filters.level) {
+    return false;
+  }
+  if (!filters.field.empty()) {
+    bool found = false;
+    for (const std::string& field : record.fields) {
+      found = found || field == filters.field;
+    }
+    if (!found) {
+      return false;
+    }
+  }
+  if (!filters.thread.empty() && record.thread != filters.thread) {
+    return false;
+  }
+  time_t when = 0;
+  RecordTime(record, when);
+  return (!filters.has_since || when >= filters.since) &&
+         (!filters.has_until || when <= filters.until);
+}
+
+std::string RecordJson(const LogRecord& record) {
+  std::string fields;
+  for (const std::string& field : record.fields) {
+    fields += (fields.empty() ? "" : ",") + JsonString(field);
+  }
+  return "{\"file\":" + JsonString(record.file) + ",\"line\":" + std::to_string(record.line) +
+         ",\"time\":" + JsonString(record.time) + ",\"level\":" + JsonString(record.level) +
+         ",\"fields\":[" + fields + "],\"thread\":" + JsonString(record.thread) +
+         ",\"message\":" + JsonString(record.message) + "}";
+}
+
+struct Session {
+  std::string thread;
+  std::string first_time;
+  std::string last_time;
+  time_t last_seconds = 0;
+  int records = 0;
+  std::string last_message;
+  bool finished() const { return last_message.rfind(kEndBanner, 0) == 0; }
+};
+
+// A run is the records of one process; a process id seen again long after
+// its run ended starts a new run.
+std::vector<Session> SplitSessions(const std::vector<LogRecord>& records) {
+  std::vector<Session> sessions;
+  std::map<std::string, size_t> current;
+  for (const LogRecord& record : records) {
+    time_t when = 0;
+    RecordTime(record, when);
+    const auto found = current.find(record.thread);
+    const bool continues =
+        found != current.end() && !(sessions[found->second].finished() &&
+                                    when - sessions[found->second].last_seconds >= kSameRunGap);
+    if (!continues) {
+      current[record.thread] = sessions.size();
+      sessions.push_back({record.thread, record.time, record.time, when, 0, ""});
+    }
+    Session& session = sessions[current[record.thread]];
+    session.last_time = record.time;
+    session.last_seconds = when;
+    session.last_message = record.message;
+    ++session.records;
+  }
+  return sessions;
+}
+
+int PrintSessions(const std::vector<LogRecord>& records, bool json) {
+  const std::vector<Session> sessions = SplitSessions(records);
+  int unfinished = 0;
+  std::string out = json ? "[" : "";
+  for (const Session& session : sessions) {
+    unfinished += session.finished() ? 0 : 1;
+    if (json) {
+      out += (out.size() > 1 ? "," : "") + std::string("{\"thread\":") +
+             JsonString(session.thread) + ",\"first\":" + JsonString(session.first_time) +
+             ",\"last\":" + JsonString(session.last_time) +
+             ",\"records\":" + std::to_string(session.records) +
+             ",\"finished\":" + (session.finished() ? "true" : "false") +
+             ",\"last_message\":" + JsonString(session.last_message) + "}";
+    } else {
+      out += "run " + session.thread + ": " + session.first_time + " .. " + session.last_time +
+             ", " + std::to_string(session.records) + " records, " +
+             (session.finished() ? "finished" : "UNFINISHED (last: " + session.last_message + ")") +
+             "\n";
+    }
+  }
+  std::fputs((json ? out + "]\n" : out).c_str(), stdout);
+  return unfinished == 0 ? kOk : kNegative;
+}
+
+} // namespace
+
+int LogCommand(const Arguments& given) {
+  Arguments arguments = given;
+  if (TakeFlag(arguments, "--help")) {
+    std::fputs(kUsage, stdout);
+    return kOk;
+  }
+  const bool json = TakeFlag(arguments, "--json");
+  const bool sessions = !arguments.empty() && arguments[0] == "sessions";
+  if (sessions) {
+    arguments.erase(arguments.begin());
+  }
+  int status = kOk;
+  std::string file;
+  std::string text;
+  Filters filters;
+  TakeOption(arguments, "--file", file, status);
+  if (TakeOption(arguments, "--level", text, status) && (filters.level = LevelRank(text)) < 0) {
+    return Fail("unknown level '" + text + "'");
+  }
+  TakeOption(arguments, "--field", filters.field, status);
+  TakeOption(arguments, "--thread", filters.thread, status);
+  if (TakeOption(arguments, "--since", text, status) &&
+      !(filters.has_since = ParseLogTime(text, filters.since))) {
+    return Fail("--since takes \"MM/DD/YY HH:MM:SS\", not '" + text + "'");
+  }
+  if (TakeOption(arguments, "--until", text, status) &&
+      !(filters.has_until = ParseLogTime(text, filters.until))) {
+    return Fail("--until takes \"MM/DD/YY HH:MM:SS\", not '" + text + "'");
+  }
+  if (status != kOk) {
+    return status;
+  }
+  if (!arguments.empty()) {
+    return Fail("unexpected '" + arguments[0] + "' (see oructl log --help)");
+  }
+  if (file.empty()) {
+    GetUpdaterPrefs(false).LogFile.Get(file);
+  }
+  std::vector<LogRecord> records;
+  std::string error;
+  if (file.empty() || !ReadLogRecords(LogFilesOf(file), records, error)) {
+    return Fail(file.empty() ? "no log file is configured" : error);
+  }
+  if (sessions) {
+    return PrintSessions(records, json);
+  }
+  std::string out = json ? "[" : "";
+  for (const LogRecord& record : records) {
+    if (Matches(record, filters)) {
+      out += json ? (out.size() > 1 ? "," : "") + RecordJson(record) : record.text + "\n";
+    }
+  }
+  std::fputs((json ? out + "]\n" : out).c_str(), stdout);
+  return kOk;
+}
+
+} // namespace oructl

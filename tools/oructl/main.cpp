@@ -1,0 +1,68 @@
+// oructl COMMAND [ARGUMENTS]; see kUsage.
+#include "tools/oructl/oructl.h"
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace {
+
+const char kUsage[] =
+    "Usage: oructl COMMAND [ARGUMENTS] [--json]\n"
+    "\n"
+    "Shows and drives the machinery of the updater's post-self-update hand-over.\n"
+    "\n"
+    "Commands:\n"
+    "  status              the named locks, rendezvous semaphores, preferences\n"
+    "                      lock and log file lock, and what their state means\n"
+    "  explain             what the launcher would do now, without doing it\n"
+    "  doctor              checks the known causes of a failed hand-over\n"
+    "  prefs list|get|set|reset\n"
+    "                      the updater preferences, typed by their key table\n"
+    "  unlock-prefs --force\n"
+    "                      breaks a stale preferences lock\n"
+    "  log [sessions]      reads the updater log as records; sessions splits it\n"
+    "                      into launcher runs\n"
+    "\n"
+    "\"oructl COMMAND --help\" describes each command.\n"
+    "\n"
+    "Exit status: 0 ok; 1 a negative answer (such as faults found); 2 usage or\n"
+    "error.\n";
+
+} // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    std::fputs(kUsage, stderr);
+    return oructl::kError;
+  }
+  const std::string command = argv[1];
+  if (command == "--help" || command == "help") {
+    std::fputs(kUsage, stdout);
+    return oructl::kOk;
+  }
+  if (command == "--version") {
+    std::puts("oructl 1.0.0");
+    return oructl::kOk;
+  }
+  const oructl::Arguments arguments(argv + 2, argv + argc);
+  if (command == "status") {
+    return oructl::StatusCommand(arguments);
+  }
+  if (command == "explain") {
+    return oructl::ExplainCommand(arguments);
+  }
+  if (command == "doctor") {
+    return oructl::DoctorCommand(arguments);
+  }
+  if (command == "prefs") {
+    return oructl::PrefsCommand(arguments);
+  }
+  if (command == "unlock-prefs") {
+    return oructl::UnlockPrefsCommand(arguments);
+  }
+  if (command == "log") {
+    return oructl::LogCommand(arguments);
+  }
+  return oructl::Fail("unknown command '" + command + "' (see oructl --help)");
+}
