@@ -171,17 +171,27 @@ int Judge(Report& report, int exit_status) {
   return exit_status == 0 ? kExitOk : kExitNegative;
 }
 
-// The launcher waits for the post: time it and post when the scenario says.
-int PostAndJudge(const Options& options, UpdaterLock_Wait& rendezvous, pid_t launcher,
-                 long long started, Report& report) {
+// Waits until the launcher blocks on the rendezvous. When it does not, ends
+// it, fills in the report and returns false.
+bool LauncherWaits(const Options& options, UpdaterLock_Wait& rendezvous, pid_t launcher,
+                   long long started, Report& report) {
   if (!WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms)) {
     report.launcher_exit = WaitForExit(launcher, 0);
     report.outcome = "launcher-never-waited";
     report.detail = "the launcher did not wait for the installer's post";
     EndLauncher(launcher, report.launcher_exit);
-    return kExitNegative;
+    return false;
   }
   report.launcher_blocked_ms = MsSince(started);
+  return true;
+}
+
+// The launcher waits for the post: time it and post when the scenario says.
+int PostAndJudge(const Options& options, UpdaterLock_Wait& rendezvous, pid_t launcher,
+                 long long started, Report& report) {
+  if (!LauncherWaits(options, rendezvous, launcher, started, report)) {
+    return kExitNegative;
+  }
   if (options.scenario == "post-after" && options.post_delay_ms > 0) {
     Pause(options.post_delay_ms * 1000);
   }
@@ -198,14 +208,9 @@ int PostAndJudge(const Options& options, UpdaterLock_Wait& rendezvous, pid_t lau
 // give up once the installer is gone.
 int NeverPost(const Options& options, std::unique_ptr<UpdaterLock>& installer,
               UpdaterLock_Wait& rendezvous, pid_t launcher, long long started, Report& report) {
-  if (!WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms)) {
-    report.launcher_exit = WaitForExit(launcher, 0);
-    report.outcome = "launcher-never-waited";
-    report.detail = "the launcher did not wait for the installer's post";
-    EndLauncher(launcher, report.launcher_exit);
+  if (!LauncherWaits(options, rendezvous, launcher, started, report)) {
     return kExitNegative;
   }
-  report.launcher_blocked_ms = MsSince(started);
   Pause(options.timeout_ms * 1000);
   const bool still_waiting =
       WaitForExit(launcher, 0) < 0 && semctl(rendezvous.semaphoreSet(), 0, GETNCNT) >= 1;
@@ -280,14 +285,9 @@ int DieHolding(const Options& options, UpdaterLock_Wait& rendezvous, long long s
 // two-launchers: the second must hand back at once; the first goes on.
 int TwoLaunchers(const Options& options, UpdaterLock_Wait& rendezvous, pid_t first,
                  long long started, Report& report) {
-  if (!WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms)) {
-    report.launcher_exit = WaitForExit(first, 0);
-    EndLauncher(first, report.launcher_exit);
-    report.outcome = "launcher-never-waited";
-    report.detail = "the first launcher did not wait for the installer's post";
+  if (!LauncherWaits(options, rendezvous, first, started, report)) {
     return kExitNegative;
   }
-  report.launcher_blocked_ms = MsSince(started);
   const pid_t second = StartLauncher(options.launcher);
   report.second_launcher_exit = WaitForExit(second, options.timeout_ms);
   EndLauncher(second, report.second_launcher_exit);

@@ -7,6 +7,7 @@
 #include "platform/paths.h"
 #include "testing/namespaces.h"
 #include "testing/sandbox.h"
+#include "tests/e2e/e2e_fixture.h"
 #include "tests/e2e/e2e_support.h"
 
 #include <gtest/gtest.h>
@@ -21,18 +22,8 @@ namespace {
 
 using e2e::FakeZelto;
 
-class HandOverTest : public ::testing::Test {
+class HandOverTest : public e2e::E2eTest {
 protected:
-  void SetUp() override {
-    if (!oru_testing::EnterPrivateIpcAndShm()) {
-      GTEST_SKIP() << "needs private IPC and mount namespaces (root)";
-    }
-    sandbox_ = std::make_unique<oru_testing::Sandbox>();
-  }
-
-  std::string ZeltoPath() const {
-    return sandbox_->local_data() + "/Nuvex/OOBE/Zelto/core/Zelto.app/Contents/MacOS/Zelto";
-  }
   std::string UpdaterFolder() const { return sandbox_->data_home() + "/Nuvex/OruUpdater"; }
   std::string LogPath() const { return UpdaterFolder() + "/1.0/oruu.log"; }
 
@@ -71,7 +62,6 @@ protected:
     return lines;
   }
 
-  std::unique_ptr<oru_testing::Sandbox> sandbox_;
   std::string launcher_ = ORU_LAUNCHER_EXE;
   std::unique_ptr<UpdaterLock> installer_;
   std::unique_ptr<UpdaterLock_Wait> installer_wait_;

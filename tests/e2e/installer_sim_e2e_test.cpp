@@ -5,6 +5,7 @@
 #include "testing/child_process.h"
 #include "testing/namespaces.h"
 #include "testing/sandbox.h"
+#include "tests/e2e/e2e_fixture.h"
 #include "tests/e2e/e2e_support.h"
 
 #include <gtest/gtest.h>
@@ -15,19 +16,8 @@
 
 namespace {
 
-class InstallerSimTest : public ::testing::Test {
+class InstallerSimTest : public e2e::E2eTest {
 protected:
-  void SetUp() override {
-    if (!oru_testing::EnterPrivateIpcAndShm()) {
-      GTEST_SKIP() << "needs private IPC and mount namespaces (root)";
-    }
-    sandbox_ = std::make_unique<oru_testing::Sandbox>();
-  }
-
-  std::string ZeltoPath() const {
-    return sandbox_->local_data() + "/Nuvex/OOBE/Zelto/core/Zelto.app/Contents/MacOS/Zelto";
-  }
-
   // Runs the simulator with --json; its report and exit status.
   std::string Run(std::vector<std::string> arguments, int& exit_code) {
     arguments.insert(arguments.begin(), {"--launcher", ORU_LAUNCHER_EXE, "--json"});
@@ -40,8 +30,6 @@ protected:
   static bool Says(const std::string& report, const std::string& field) {
     return report.find(field) != std::string::npos;
   }
-
-  std::unique_ptr<oru_testing::Sandbox> sandbox_;
 };
 
 TEST_F(InstallerSimTest, PostNowEndsWithZeltoStarted) {

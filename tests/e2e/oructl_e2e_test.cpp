@@ -6,6 +6,7 @@
 #include "testing/child_process.h"
 #include "testing/namespaces.h"
 #include "testing/sandbox.h"
+#include "tests/e2e/e2e_fixture.h"
 #include "tests/e2e/e2e_support.h"
 
 #include <fstream>
@@ -27,15 +28,8 @@ struct Result {
   std::string output;
 };
 
-class OructlTest : public ::testing::Test {
+class OructlTest : public e2e::E2eTest {
 protected:
-  void SetUp() override {
-    if (!oru_testing::EnterPrivateIpcAndShm()) {
-      GTEST_SKIP() << "needs private IPC and mount namespaces (root)";
-    }
-    sandbox_ = std::make_unique<oru_testing::Sandbox>();
-  }
-
   Result Oructl(const std::vector<std::string>& arguments) {
     ChildProgram child = oru_testing::StartProgram(ORU_ORUCTL, arguments);
     Result result;
@@ -44,9 +38,6 @@ protected:
     return result;
   }
 
-  std::string ZeltoPath() const {
-    return sandbox_->local_data() + "/Nuvex/OOBE/Zelto/core/Zelto.app/Contents/MacOS/Zelto";
-  }
   std::string PrefsFolder() const { return sandbox_->data_home() + "/Nuvex/OruUpdater/1.0"; }
   std::string PrefsPath() const { return PrefsFolder() + "/NuvexUpdaterPrefs.dat"; }
 
@@ -67,8 +58,6 @@ protected:
     waitpid(child, &status, 0);
     ASSERT_TRUE(WIFSIGNALED(status));
   }
-
-  std::unique_ptr<oru_testing::Sandbox> sandbox_;
 };
 
 TEST_F(OructlTest, StatusWhileTheLauncherWaitsForARunningInstaller) {

@@ -34,6 +34,21 @@ bool TakeOption(Arguments& arguments, const std::string& option, std::string& va
   return true;
 }
 
+bool BeginCommand(Arguments& arguments, const char* usage, bool more_allowed, bool& json,
+                  int& status) {
+  if (TakeFlag(arguments, "--help")) {
+    std::fputs(usage, stdout);
+    status = kOk;
+    return false;
+  }
+  json = TakeFlag(arguments, "--json");
+  if (!more_allowed && !arguments.empty()) {
+    status = Fail("unexpected '" + arguments[0] + "' (see --help)");
+    return false;
+  }
+  return true;
+}
+
 std::string JsonString(const std::string& text) {
   std::string out = "\"";
   for (const unsigned char c : text) {

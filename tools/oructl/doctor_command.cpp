@@ -126,13 +126,10 @@ Check StaleLocks(const std::string& prefs_path) {
 
 int DoctorCommand(const Arguments& given) {
   Arguments arguments = given;
-  if (TakeFlag(arguments, "--help")) {
-    std::fputs(kUsage, stdout);
-    return kOk;
-  }
-  const bool json = TakeFlag(arguments, "--json");
-  if (!arguments.empty()) {
-    return Fail("unexpected '" + arguments[0] + "' (see oructl doctor --help)");
+  bool json = false;
+  int status = kOk;
+  if (!BeginCommand(arguments, kUsage, false, json, status)) {
+    return status;
   }
   const std::string prefs_path = UpdaterPrefsPath();
   const std::vector<Check> checks = {SemaphoreRoom(), PrefsFile(prefs_path),

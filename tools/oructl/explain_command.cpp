@@ -35,13 +35,10 @@ const char kUsage[] = "Usage: oructl explain [--json]\n"
 
 int ExplainCommand(const Arguments& given) {
   Arguments arguments = given;
-  if (TakeFlag(arguments, "--help")) {
-    std::fputs(kUsage, stdout);
-    return kOk;
-  }
-  const bool json = TakeFlag(arguments, "--json");
-  if (!arguments.empty()) {
-    return Fail("unexpected '" + arguments[0] + "' (see oructl explain --help)");
+  bool json = false;
+  int status = kOk;
+  if (!BeginCommand(arguments, kUsage, false, json, status)) {
+    return status;
   }
   const SetState installer = ReadSet(UpdaterLockKey(kUpdateInstallerKey));
   const SetState launcher = ReadSet(UpdaterLockKey(kOruLauncherKey));

@@ -144,16 +144,15 @@ int PrintSessions(const std::vector<LogRecord>& records, bool json) {
 
 int LogCommand(const Arguments& given) {
   Arguments arguments = given;
-  if (TakeFlag(arguments, "--help")) {
-    std::fputs(kUsage, stdout);
-    return kOk;
+  bool json = false;
+  int status = kOk;
+  if (!BeginCommand(arguments, kUsage, true, json, status)) {
+    return status;
   }
-  const bool json = TakeFlag(arguments, "--json");
   const bool sessions = !arguments.empty() && arguments[0] == "sessions";
   if (sessions) {
     arguments.erase(arguments.begin());
   }
-  int status = kOk;
   std::string file;
   std::string text;
   Filters filters;

@@ -32,6 +32,12 @@ bool TakeFlag(Arguments& arguments, const std::string& flag);
 // the option is absent. A missing value is an error (kError in `status`).
 bool TakeOption(Arguments& arguments, const std::string& option, std::string& value, int& status);
 
+// The start of every command: --help prints `usage`, --json is taken out,
+// and, unless `more_allowed`, any other word is an error. True when the
+// command goes on; otherwise `status` is what to return.
+bool BeginCommand(Arguments& arguments, const char* usage, bool more_allowed, bool& json,
+                  int& status);
+
 // Text as a JSON string literal, quotes included.
 std::string JsonString(const std::string& text);
 

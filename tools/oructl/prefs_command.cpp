@@ -252,11 +252,11 @@ int List(NuvexUpdaterPrefs& prefs, bool json) {
 
 int PrefsCommand(const Arguments& given) {
   Arguments arguments = given;
-  if (TakeFlag(arguments, "--help")) {
-    std::fputs(kPrefsUsage, stdout);
-    return kOk;
+  bool json = false;
+  int status = kOk;
+  if (!BeginCommand(arguments, kPrefsUsage, true, json, status)) {
+    return status;
   }
-  const bool json = TakeFlag(arguments, "--json");
   if (arguments.empty()) {
     return Fail("prefs needs list, get, set or reset (see oructl prefs --help)");
   }
@@ -270,7 +270,6 @@ int PrefsCommand(const Arguments& given) {
   if (arguments.size() != expected) {
     return Fail("wrong number of arguments for prefs " + action + " (see oructl prefs --help)");
   }
-  int status = kOk;
   NuvexUpdaterPrefs* prefs = OpenPrefs(status);
   if (!prefs) {
     return status;

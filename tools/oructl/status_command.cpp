@@ -83,13 +83,10 @@ std::vector<std::string> Meaning(const SetState& launcher, const SetState& insta
 
 int StatusCommand(const Arguments& given) {
   Arguments arguments = given;
-  if (TakeFlag(arguments, "--help")) {
-    std::fputs(kUsage, stdout);
-    return kOk;
-  }
-  const bool json = TakeFlag(arguments, "--json");
-  if (!arguments.empty()) {
-    return Fail("unexpected '" + arguments[0] + "' (see oructl status --help)");
+  bool json = false;
+  int status = kOk;
+  if (!BeginCommand(arguments, kUsage, false, json, status)) {
+    return status;
   }
   std::vector<Named> named = {
       {kOruLauncherKey, "single-holder lock", ReadSet(UpdaterLockKey(kOruLauncherKey))},
