@@ -45,10 +45,12 @@ int main(int argc, char** argv) {
   while (std::getline(std::cin, gate)) {
   }
 
+  // As the updater's own preferences do: read the file first, then guard
+  // it. A first read that had to wait for the lock could time out and leave
+  // the writer without a document while no file exists yet.
   esd::ResourceLocker locker(path, 3000);
-  esd::PrefsWriter writer("", "Preferences");
+  esd::PrefsWriter writer(path, "Preferences");
   writer.setLockPolicy(&locker);
-  writer.SetPrefsPath(path);
   int retries = 0;
 
   if (command == "set-keys" && argc == 5) {
