@@ -5,28 +5,22 @@
 #endif
 
 #include "platform/console_user.h"
+#include "platform/identity.h"
 
-#include <pwd.h>
 #include <systemd/sd-login.h>
-#include <vector>
 
 namespace platform {
 
 bool GetConsoleUser(ConsoleUser& user) {
   uid_t uid = 0;
-  if (sd_seat_get_active("seat0", nullptr, &uid) < 0) {
+  UserRecord record;
+  if (sd_seat_get_active("seat0", nullptr, &uid) < 0 || !LookUpUser(uid, record)) {
     return false;
   }
-  std::vector<char> buffer(16384);
-  struct passwd entry;
-  struct passwd* found = nullptr;
-  if (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || !found) {
-    return false;
-  }
-  user.uid = found->pw_uid;
-  user.gid = found->pw_gid;
-  user.name = found->pw_name ? found->pw_name : "";
-  user.home = found->pw_dir ? found->pw_dir : "";
+  user.uid = record.uid;
+  user.gid = record.gid;
+  user.name = record.name;
+  user.home = record.home;
   return true;
 }
 

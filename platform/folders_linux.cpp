@@ -8,9 +8,9 @@
 #include "platform/folders.h"
 #include "platform/folders_internal.h"
 #include "platform/paths.h"
+#include "platform/safe_fs.h"
 #include "platform/xdg_folders_linux.h"
 
-#include <errno.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,21 +21,11 @@ namespace {
 constexpr mode_t kUserFolderMode = 0700;
 constexpr mode_t kLocalFolderMode = 0755;
 
-// Creates each missing level of an absolute path with `mode`; existing
-// levels are left as they are.
+// Creates each missing level of an absolute path with `mode`, giving each
+// the owner and group of the folder above it; existing levels are left as
+// they are.
 bool MakeMissingLevels(const std::string& path, mode_t mode) {
-  size_t end = path.find_first_not_of('/');
-  while (end != std::string::npos) {
-    end = path.find('/', end);
-    const std::string level = path.substr(0, end);
-    if (::mkdir(level.c_str(), mode) != 0 && errno != EEXIST) {
-      return false;
-    }
-    if (end != std::string::npos) {
-      end = path.find_first_not_of('/', end);
-    }
-  }
-  return IsDirectory(path);
+  return MakeFolders(path, mode);
 }
 
 bool FindFolderIn(const XdgEnvironment& env, FolderDomain domain, FolderType type, bool create,
@@ -84,8 +74,10 @@ std::string HomeDirectory() {
 }
 
 bool GetHomeFolder(std::string& out) {
+  // The folder lookup hands out at most kMaxFolderPathBytes with the
+  // terminating NUL; a longer home cannot be looked up.
   const std::string home = HomeDirectory();
-  if (!home.empty()) {
+  if (!home.empty() && home.size() < kMaxFolderPathBytes) {
     out = home;
   }
   return true;

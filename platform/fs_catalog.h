@@ -1,6 +1,8 @@
 // The catalog primitives that the file-system operations are built from:
 // item flags, permissions, dates, volume flags, folder creation, deletion
-// and folder iteration, each answering with an OSErr. Internal to platform/.
+// and folder iteration, each answering with an OSErr. Every primitive acts
+// on an item through the folder descriptor its FileRef holds, never by
+// path. Internal to platform/.
 #ifndef ORU_PLATFORM_FS_CATALOG_H
 #define ORU_PLATFORM_FS_CATALOG_H
 
@@ -37,7 +39,6 @@ OSErr SetOwnership(const FileRef& ref, uint32_t owner, uint32_t group);
 OSErr GetContentModificationDate(const FileRef& ref, uint64_t& date);
 OSErr SetContentModificationDate(const FileRef& ref, uint64_t date);
 OSErr GetVolumeFlags(const FileRef& ref, uint16_t& flags);
-OSErr CreateDirectory(const FileRef& parent, const std::string& name, FileRef& created);
 OSErr DeleteObject(const FileRef& ref);
 
 // Hands out a folder's items one at a time; Next gives kNoMoreItemsErr at
@@ -50,10 +51,10 @@ public:
 
 OSErr OpenIterator(const FileRef& folder, std::unique_ptr<FolderIterator>& iterator);
 
-// The immutable ("locked") attribute; a system or file system without one
-// reports every item as unlocked.
-OSErr ReadLocked(const std::string& path, bool is_directory_or_file, bool& locked);
-OSErr WriteLocked(const std::string& path, bool locked);
+// The immutable ("locked") attribute of a file or folder; a system or file
+// system without one reports every item as unlocked.
+OSErr ReadLocked(const FileRef& ref, bool& locked);
+OSErr WriteLocked(const FileRef& ref, bool locked);
 
 } // namespace catalog
 } // namespace platform

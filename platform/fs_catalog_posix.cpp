@@ -1,15 +1,14 @@
-// Catalog primitives over POSIX calls. Items are named by path; a FileRef
-// made by following a link names the link's target.
+// Catalog primitives over the POSIX *at calls, each acting through the
+// folder descriptor of its FileRef (safe_fs.h).
 #include "platform/fs_catalog.h"
 
-#include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <memory>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
+#include <vector>
 
 namespace platform {
 namespace catalog {
@@ -21,7 +20,7 @@ OSErr LastError() {
 }
 
 OSErr StatItem(const FileRef& ref, struct stat& info) {
-  return ::lstat(ref.path.c_str(), &info) == 0 ? kNoErr : LastError();
+  return StatEntry(ref.entry.folder, ref.entry.name, info) ? kNoErr : LastError();
 }
 
 // 16 bits: the type and permission bits of the mode, as the catalog reports.
@@ -40,44 +39,31 @@ uint16_t NodeFlags(const struct stat& info, bool locked) {
   return flags;
 }
 
-OSErr ItemFlags(const std::string& path, uint16_t& flags) {
-  struct stat info;
-  if (::lstat(path.c_str(), &info) != 0) {
-    return LastError();
-  }
-  bool locked = false;
-  const OSErr err = ReadLocked(path, S_ISDIR(info.st_mode) || S_ISREG(info.st_mode), locked);
-  if (err != kNoErr) {
-    return err;
-  }
-  flags = NodeFlags(info, locked);
-  return kNoErr;
+FileRef ChildRef(const FolderHandle& folder, const std::string& name) {
+  FileRef child;
+  child.entry.folder = folder;
+  child.entry.name = name;
+  child.path = child.entry.Path();
+  return child;
 }
 
 class PosixFolderIterator : public FolderIterator {
 public:
-  PosixFolderIterator(std::string folder, DIR* dir) : folder_(std::move(folder)), dir_(dir) {}
-  ~PosixFolderIterator() override { closedir(dir_); }
+  PosixFolderIterator(FolderHandle folder, std::vector<std::string> names)
+      : folder_(std::move(folder)), names_(std::move(names)) {}
 
   OSErr Next(FileRef& item, uint16_t& flags) override {
-    while (true) {
-      errno = 0;
-      const struct dirent* entry = readdir(dir_);
-      if (!entry) {
-        return errno == 0 ? kNoMoreItemsErr : LastError();
-      }
-      const std::string name = entry->d_name;
-      if (name == "." || name == "..") {
-        continue;
-      }
-      item.path = folder_ + "/" + name;
-      return ItemFlags(item.path, flags);
+    if (next_ >= names_.size()) {
+      return kNoMoreItemsErr;
     }
+    item = ChildRef(folder_, names_[next_++]);
+    return GetNodeFlags(item, flags);
   }
 
 private:
-  std::string folder_;
-  DIR* dir_;
+  FolderHandle folder_;
+  std::vector<std::string> names_;
+  size_t next_ = 0;
 };
 
 } // namespace
@@ -110,6 +96,7 @@ OSErr OSErrFromErrno(int error) {
   case ENOTEMPTY:
   case EBUSY:
   case ETXTBSY:
+  case EAGAIN:
     return kFileBusyErr;
   case ENOMEM:
     return kMemFullErr;
@@ -122,28 +109,38 @@ OSErr Resolve(const std::string& path, bool follow_final_link, FileRef& ref) {
   if (path.empty()) {
     return kFileNotFoundErr;
   }
-  if (!follow_final_link) {
-    struct stat info;
-    if (::lstat(path.c_str(), &info) != 0) {
-      return LastError();
-    }
-    ref.path = path;
-    return kNoErr;
-  }
-  std::unique_ptr<char, decltype(&free)> resolved(realpath(path.c_str(), nullptr), &free);
-  if (!resolved) {
+  FileRef resolved;
+  struct stat info;
+  if (!ResolveEntry(path, follow_final_link, resolved.entry) ||
+      !StatEntry(resolved.entry.folder, resolved.entry.name, info)) {
     return LastError();
   }
-  ref.path = resolved.get();
+  resolved.path = resolved.entry.Path();
+  ref = resolved;
   return kNoErr;
 }
 
 OSErr GetNodeFlags(const FileRef& ref, uint16_t& flags) {
-  return ItemFlags(ref.path, flags);
+  struct stat info;
+  OSErr err = StatItem(ref, info);
+  if (err != kNoErr) {
+    return err;
+  }
+  bool locked = false;
+  // Only files and folders carry the flag; opening a device or a FIFO to
+  // ask could have side effects.
+  if (S_ISDIR(info.st_mode) || S_ISREG(info.st_mode)) {
+    err = ReadLocked(ref, locked);
+    if (err != kNoErr) {
+      return err;
+    }
+  }
+  flags = NodeFlags(info, locked);
+  return kNoErr;
 }
 
 OSErr SetNodeFlags(const FileRef& ref, uint16_t flags) {
-  return WriteLocked(ref.path, (flags & kNodeLockedMask) != 0);
+  return WriteLocked(ref, (flags & kNodeLockedMask) != 0);
 }
 
 OSErr GetPermissions(const FileRef& ref, Permissions& permissions) {
@@ -159,11 +156,11 @@ OSErr GetPermissions(const FileRef& ref, Permissions& permissions) {
 }
 
 OSErr SetMode(const FileRef& ref, uint16_t mode) {
-  return ::chmod(ref.path.c_str(), mode & 07777) == 0 ? kNoErr : LastError();
+  return ChangeMode(ref.entry.folder, ref.entry.name, mode) ? kNoErr : LastError();
 }
 
 OSErr SetOwnership(const FileRef& ref, uint32_t owner, uint32_t group) {
-  return ::lchown(ref.path.c_str(), owner, group) == 0 ? kNoErr : LastError();
+  return ChangeOwner(ref.entry.folder, ref.entry.name, owner, group) ? kNoErr : LastError();
 }
 
 OSErr GetContentModificationDate(const FileRef& ref, uint64_t& date) {
@@ -178,32 +175,19 @@ OSErr GetContentModificationDate(const FileRef& ref, uint64_t& date) {
 }
 
 OSErr SetContentModificationDate(const FileRef& ref, uint64_t date) {
-  const struct timespec times[2] = {
-      {0, UTIME_OMIT},
-      {static_cast<time_t>(date / 1000000000u), static_cast<long>(date % 1000000000u)}};
-  return ::utimensat(AT_FDCWD, ref.path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0 ? kNoErr
-                                                                                  : LastError();
+  return SetModificationTime(ref.entry.folder, ref.entry.name, date) ? kNoErr : LastError();
 }
 
 OSErr GetVolumeFlags(const FileRef& ref, uint16_t& flags) {
+  // The volume of the folder that holds the item: an item is on its
+  // folder's volume unless it is a mount point, and asking this way also
+  // answers for a link, dangling or not, without following it.
   struct statvfs volume;
-  if (::statvfs(ref.path.c_str(), &volume) != 0) {
+  if (fstatvfs(ref.entry.folder.fd(), &volume) != 0) {
     return LastError();
   }
   // A read-only mount is what a software-locked volume is on macOS.
   flags = (volume.f_flag & ST_RDONLY) ? kVolumeSoftwareLockedMask : 0;
-  return kNoErr;
-}
-
-OSErr CreateDirectory(const FileRef& parent, const std::string& name, FileRef& created) {
-  if (name.empty() || name == "." || name == ".." || name.find('/') != std::string::npos) {
-    return kBadNameErr;
-  }
-  const std::string path = parent.path == "/" ? "/" + name : parent.path + "/" + name;
-  if (::mkdir(path.c_str(), 0777) != 0) {
-    return LastError();
-  }
-  created.path = path;
   return kNoErr;
 }
 
@@ -213,16 +197,20 @@ OSErr DeleteObject(const FileRef& ref) {
   if (err != kNoErr) {
     return err;
   }
-  const int result = S_ISDIR(info.st_mode) ? ::rmdir(ref.path.c_str()) : ::unlink(ref.path.c_str());
-  return result == 0 ? kNoErr : LastError();
+  return RemoveEntry(ref.entry.folder, ref.entry.name, S_ISDIR(info.st_mode)) ? kNoErr
+                                                                              : LastError();
 }
 
 OSErr OpenIterator(const FileRef& folder, std::unique_ptr<FolderIterator>& iterator) {
-  DIR* dir = opendir(folder.path.c_str());
-  if (!dir) {
+  FolderHandle handle;
+  const bool opened = folder.entry.name == "."
+                          ? (handle = folder.entry.folder, true)
+                          : OpenSubfolder(folder.entry.folder, folder.entry.name, handle);
+  std::vector<std::string> names;
+  if (!opened || !ListFolder(handle, names)) {
     return LastError();
   }
-  iterator = std::make_unique<PosixFolderIterator>(folder.path, dir);
+  iterator = std::make_unique<PosixFolderIterator>(std::move(handle), std::move(names));
   return kNoErr;
 }
 

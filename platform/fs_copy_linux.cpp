@@ -5,10 +5,10 @@
 #endif
 
 #include "platform/fs_ops.h"
+#include "platform/safe_fs.h"
 #include "platform/scoped_fd.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <unistd.h>
 #include <vector>
 
@@ -54,20 +54,11 @@ bool CopyByReading(int from, int to) {
 
 } // namespace
 
-bool CopyFileContents(const std::string& from, const std::string& to) {
-  const ScopedFd source(open(from.c_str(), O_RDONLY | O_CLOEXEC));
-  if (source.get() < 0) {
-    return false;
-  }
-  const ScopedFd destination(open(to.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-  if (destination.get() < 0) {
-    return false;
-  }
+bool CopyFileData(int from, int to) {
   while (true) {
-    const ssize_t copied =
-        copy_file_range(source.get(), nullptr, destination.get(), nullptr, kCopyChunkBytes, 0);
+    const ssize_t copied = copy_file_range(from, nullptr, to, nullptr, kCopyChunkBytes, 0);
     if (copied == 0) {
-      break;
+      return true;
     }
     if (copied < 0) {
       if (errno == EINTR) {
@@ -76,15 +67,22 @@ bool CopyFileContents(const std::string& from, const std::string& to) {
       // Not possible between these files: copy what is left by hand, from
       // where the kernel stopped.
       if (errno == EXDEV || errno == ENOSYS || errno == EINVAL || errno == EOPNOTSUPP) {
-        if (!CopyByReading(source.get(), destination.get())) {
-          return false;
-        }
-        break;
+        return CopyByReading(from, to);
       }
       return false;
     }
   }
-  return true;
+}
+
+bool CopyFileContents(const std::string& from, const std::string& to) {
+  ScopedFd source;
+  ScopedFd destination;
+  OpenOptions write;
+  write.access = FileAccess::kWrite;
+  write.create = true;
+  write.truncate = true;
+  return OpenFileAt(from, OpenOptions(), source) && OpenFileAt(to, write, destination) &&
+         CopyFileData(source.get(), destination.get());
 }
 
 } // namespace platform

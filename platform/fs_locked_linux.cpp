@@ -4,6 +4,7 @@
 #endif
 
 #include "platform/fs_catalog.h"
+#include "platform/identity.h"
 #include "platform/scoped_fd.h"
 
 #include <errno.h>
@@ -22,21 +23,18 @@ bool FlagsUnsupported(int error) {
   return error == ENOTTY || error == ENOSYS || error == EOPNOTSUPP || error == EINVAL;
 }
 
-int OpenForFlags(const std::string& path) {
-  return open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
+// The item itself, never what a link names; a FIFO does not block the open.
+int OpenForFlags(const FileRef& ref) {
+  return openat(ref.entry.folder.fd(), ref.entry.name.c_str(),
+                O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC);
 }
 
 } // namespace
 
-OSErr ReadLocked(const std::string& path, bool is_directory_or_file, bool& locked) {
+OSErr ReadLocked(const FileRef& ref, bool& locked) {
   locked = false;
-  // Only files and folders carry the flag; opening a device or a fifo to ask
-  // could have side effects.
-  if (!is_directory_or_file) {
-    return kNoErr;
-  }
-  const ScopedFd fd(OpenForFlags(path));
-  if (fd.get() < 0) {
+  const ScopedFd fd(OpenForFlags(ref));
+  if (!fd.valid()) {
     // An item this process may not open cannot be asked; it is treated as
     // unlocked, and any later change to it reports its own error.
     return kNoErr;
@@ -49,9 +47,13 @@ OSErr ReadLocked(const std::string& path, bool is_directory_or_file, bool& locke
   return kNoErr;
 }
 
-OSErr WriteLocked(const std::string& path, bool locked) {
-  const ScopedFd fd(OpenForFlags(path));
-  if (fd.get() < 0) {
+OSErr WriteLocked(const FileRef& ref, bool locked) {
+  const ScopedActAsUser as_owner(ref.entry.folder.owner(), ref.entry.folder.info().st_gid);
+  if (!as_owner.ok()) {
+    return OSErrFromErrno(errno);
+  }
+  const ScopedFd fd(OpenForFlags(ref));
+  if (!fd.valid()) {
     return OSErrFromErrno(errno);
   }
   int flags = 0;

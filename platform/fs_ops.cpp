@@ -4,6 +4,7 @@
 
 #include "platform/fs_catalog.h"
 #include "platform/paths.h"
+#include "platform/safe_fs.h"
 #include "platform/utf8.h"
 
 #include <memory>
@@ -74,17 +75,17 @@ OSErr DeleteFolderContents(const FileRef& folder) {
 // A file the caller owns (or shares a group with) must carry the matching
 // write bit before the caller may delete it; root may always. This looks at
 // the file's own mode, not its folder's.
-bool CallerMayDelete(const std::string& path) {
+bool CallerMayDelete(const FileRef& ref) {
   const uid_t uid = geteuid();
-  struct stat info;
-  if (uid == 0 || ::lstat(path.c_str(), &info) != 0) {
+  catalog::Permissions permissions;
+  if (uid == 0 || catalog::GetPermissions(ref, permissions) != kNoErr) {
     return true;
   }
-  if (uid == info.st_uid) {
-    return (info.st_mode & S_IWUSR) != 0;
+  if (uid == permissions.owner) {
+    return (permissions.mode & S_IWUSR) != 0;
   }
-  if (getegid() == info.st_gid) {
-    return (info.st_mode & S_IWGRP) != 0;
+  if (getegid() == permissions.group) {
+    return (permissions.mode & S_IWGRP) != 0;
   }
   return true;
 }
@@ -101,47 +102,22 @@ bool IsPathFSRefable(const std::string& path) {
 }
 
 bool MakeDirectoryPath(const std::string& path) {
-  const std::string parent_path = DirName(path);
-  if (parent_path == path) {
+  // The root has no parent to make it in; a trailing "/" leaves no name.
+  if (DirName(path) == path || BaseName(path).empty() || !IsValidUtf8(path)) {
     return false;
   }
-  FileRef parent;
-  if (!PathToFSRef(parent_path, parent) && !MakeDirectoryPath(parent_path)) {
-    return false;
-  }
-  if (!PathToFSRef(parent_path, parent)) {
-    return false;
-  }
-  const std::string leaf = BaseName(path);
-  if (!IsValidUtf8(leaf)) {
-    return false;
-  }
-  catalog::Permissions inherited;
-  const bool have_parent_permissions = catalog::GetPermissions(parent, inherited) == kNoErr;
-  FileRef created;
-  const OSErr err = catalog::CreateDirectory(parent, leaf, created);
-  // Only a folder made here takes the parent's mode, owner and group; one
-  // that already existed keeps its own. Failures to copy them are ignored:
-  // the folder exists and is usable either way.
-  if (err == kNoErr && have_parent_permissions) {
-    (void)catalog::SetMode(created, inherited.mode);
-    (void)catalog::SetOwnership(created, inherited.owner, inherited.group);
-    // Changing the owner may clear set-id bits; the mode is the parent's.
-    (void)catalog::SetMode(created, inherited.mode);
-  }
-  if (err == kDuplicateNameErr) {
-    // Only an existing folder counts; a file of that name is in the way.
-    FileRef existing;
-    return PathToFSRef(path, existing) && IsFolder(existing);
-  }
-  return err == kNoErr;
+  // Each folder made takes its parent's mode, owner and group; one that
+  // already existed keeps its own. A file in the way fails.
+  return MakeFolders(path, kParentFolderMode);
 }
 
 bool SetDefaultPermissions(const std::string& path) {
   FileRef ref;
-  const bool folder = PathToFSRef(path, ref) && IsFolder(ref);
-  const mode_t mode = folder ? kDefaultFolderMode : kDefaultFileMode;
-  return ::chmod(path.c_str(), mode) == 0;
+  if (!PathToFSRef(path, ref)) {
+    return false; // nothing to give a mode to
+  }
+  const uint16_t mode = IsFolder(ref) ? kDefaultFolderMode : kDefaultFileMode;
+  return catalog::SetMode(ref, mode) == kNoErr;
 }
 
 bool AddPermissionBits(const std::string& path, uint16_t bits) {
@@ -193,10 +169,10 @@ bool DeletePath(const std::string& path) {
   if (IsFolder(ref)) {
     return DeleteFolderTree(ref) == kNoErr;
   }
-  if (CheckWritable(ref) != kNoErr || !CallerMayDelete(path)) {
+  if (CheckWritable(ref) != kNoErr || !CallerMayDelete(ref)) {
     return false;
   }
-  return ::remove(path.c_str()) == 0;
+  return catalog::DeleteObject(ref) == kNoErr;
 }
 
 OSErr DeleteFolderTree(const FileRef& ref) {

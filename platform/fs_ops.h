@@ -7,6 +7,8 @@
 #ifndef ORU_PLATFORM_FS_OPS_H
 #define ORU_PLATFORM_FS_OPS_H
 
+#include "platform/safe_fs.h"
+
 #include <cstdint>
 #include <string>
 
@@ -36,12 +38,16 @@ constexpr OSErr kAccessDeniedErr = -5000;
 constexpr uint16_t kNodeLockedMask = 0x0001;
 constexpr uint16_t kNodeIsDirectoryMask = 0x0010;
 
-// A resolved, existing item.
+// A resolved, existing item: the folder holding it, kept open, and its name
+// there, so that every later operation acts on what was resolved.
 struct FileRef {
+  EntryRef entry;
+  // Where it was found, links on the way resolved.
   std::string path;
 };
 
-// Resolves a path (following a final symbolic link) to an existing item.
+// Resolves a path (following a final symbolic link where the rules of
+// safe_fs.h allow it) to an existing item.
 bool PathToFSRef(const std::string& path, FileRef& ref);
 
 // True if the path resolves, that is, the item exists.
@@ -72,6 +78,10 @@ bool SetModificationDate(const std::string& path, uint64_t date);
 // Copies the bytes of file `from` into `to` (created, or truncated), the
 // fastest way the system offers. True when every byte was copied.
 bool CopyFileContents(const std::string& from, const std::string& to);
+
+// Copies what is left to read of `from` to the position of `to`, in the
+// kernel where the file systems allow it (which may also share the blocks).
+bool CopyFileData(int from, int to);
 
 // Deletes a file, or a folder with everything in it. A missing path succeeds.
 bool DeletePath(const std::string& path);

@@ -5,18 +5,12 @@
 #error "locale_linux.cpp is the Linux backend; macOS uses mac/locale_mac.mm (NSLocale)"
 #endif
 
+#include "platform/identity.h"
 #include "platform/locale.h"
-
-#include <cstdlib>
 
 namespace platform {
 
 namespace {
-
-std::string Variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value ? std::string(value) : std::string();
-}
 
 // "de_DE.UTF-8@euro" -> "de_DE".
 std::string WithoutEncodingOrModifier(const std::string& locale_name) {
@@ -38,7 +32,7 @@ void AddLanguage(const std::string& raw, std::vector<std::string>& languages) {
 
 std::vector<std::string> PreferredLanguages() {
   std::vector<std::string> languages;
-  const std::string list = Variable("LANGUAGE");
+  const std::string list = EnvironmentVariable("LANGUAGE");
   size_t start = 0;
   while (start < list.size()) {
     const size_t colon = list.find(':', start);
@@ -47,14 +41,14 @@ std::vector<std::string> PreferredLanguages() {
     start = end + 1;
   }
   for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-    AddLanguage(Variable(name), languages);
+    AddLanguage(EnvironmentVariable(name), languages);
   }
   return languages;
 }
 
 std::string CurrentLocaleIdentifier() {
   for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-    const std::string value = Variable(name);
+    const std::string value = EnvironmentVariable(name);
     if (!value.empty()) {
       return WithoutEncodingOrModifier(value);
     }

@@ -6,9 +6,9 @@
 
 #include "platform/foundation_path_rules.h"
 #include "platform/paths.h"
+#include "platform/safe_fs.h"
 #include "platform/utf8.h"
 
-#include <errno.h>
 #include <sys/stat.h>
 
 namespace platform {
@@ -107,19 +107,8 @@ bool CreateDirectoryTree(const std::string& path) {
   if (!Representable(path) || path.empty()) {
     return false;
   }
-  // Walk down from the root, creating each missing level.
-  size_t end = path.find_first_not_of('/');
-  while (end != std::string::npos) {
-    end = path.find('/', end);
-    const std::string level = path.substr(0, end);
-    if (::mkdir(level.c_str(), 0777) != 0 && errno != EEXIST) {
-      return false;
-    }
-    if (end != std::string::npos) {
-      end = path.find_first_not_of('/', end);
-    }
-  }
-  return IsDirectory(path);
+  // Intermediate levels included, each with the system's default folder mode.
+  return MakeFolders(path, 0777);
 }
 
 } // namespace platform

@@ -1,28 +1,16 @@
 #include "platform/xdg_folders_linux.h"
 
-#include <cstdlib>
-#include <pwd.h>
+#include "platform/identity.h"
+
 #include <unistd.h>
-#include <vector>
 
 namespace platform {
 
 namespace {
 
-std::string Variable(const char* name) {
-  const char* value = std::getenv(name);
-  return value ? std::string(value) : std::string();
-}
-
 std::string PasswdHome(uid_t uid) {
-  std::vector<char> buffer(16384);
-  struct passwd entry;
-  struct passwd* found = nullptr;
-  if (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || !found ||
-      !found->pw_dir) {
-    return std::string();
-  }
-  return found->pw_dir;
+  UserRecord user;
+  return LookUpUser(uid, user) ? user.home : std::string();
 }
 
 std::string WithoutTrailingSlashes(std::string path) {
@@ -156,17 +144,17 @@ bool LocalFolder(FolderType type, const XdgEnvironment& env, std::string& out) {
 
 XdgEnvironment XdgEnvironment::FromProcess() {
   XdgEnvironment env;
-  env.home = Variable("HOME");
+  env.home = EnvironmentVariable("HOME");
   if (env.home.empty()) {
     env.home = PasswdHome(geteuid());
   }
-  env.data_home = Variable("XDG_DATA_HOME");
-  env.cache_home = Variable("XDG_CACHE_HOME");
-  env.config_home = Variable("XDG_CONFIG_HOME");
-  env.state_home = Variable("XDG_STATE_HOME");
-  env.data_dirs = Variable("XDG_DATA_DIRS");
-  env.config_dirs = Variable("XDG_CONFIG_DIRS");
-  env.tmpdir = Variable("TMPDIR");
+  env.data_home = EnvironmentVariable("XDG_DATA_HOME");
+  env.cache_home = EnvironmentVariable("XDG_CACHE_HOME");
+  env.config_home = EnvironmentVariable("XDG_CONFIG_HOME");
+  env.state_home = EnvironmentVariable("XDG_STATE_HOME");
+  env.data_dirs = EnvironmentVariable("XDG_DATA_DIRS");
+  env.config_dirs = EnvironmentVariable("XDG_CONFIG_DIRS");
+  env.tmpdir = EnvironmentVariable("TMPDIR");
   return env;
 }
 

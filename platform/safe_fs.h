@@ -1,0 +1,149 @@
+// File-system work that a user cannot redirect.
+//
+// Every path is walked one component at a time from "/", holding a
+// descriptor of each folder reached, so that what was checked is what is
+// used. The rules of the walk:
+// - The last component of a path is never followed when it is a symbolic
+//   link; a file that is not a regular file (a FIFO, a device, a folder) is
+//   refused before anything waits on it.
+// - A privileged process (effective uid 0) follows a link on the way only
+//   when root owns the link and the folder holding it and nobody else may
+//   write to that folder (as /tmp -> /private/tmp on macOS); a link a user
+//   could have made is refused. It also never passes from a folder owned by
+//   a user into an item owned by somebody else, so a user cannot lead it
+//   into root's files by a hard link or a moved folder.
+// - An unprivileged process follows links on the way as the kernel would:
+//   it can reach nothing its user could not.
+// - A privileged process changes anything inside a folder owned by another
+//   user as that user (see ScopedActAsUser): created items belong to the
+//   user, and nothing is done there that the user could not do.
+//
+// Failures return false with errno saying why (ELOOP for a refused link,
+// EPERM for a refused change of owner, EINVAL for an item of the wrong type
+// or a path that is not absolute).
+#ifndef ORU_PLATFORM_SAFE_FS_H
+#define ORU_PLATFORM_SAFE_FS_H
+
+#include "platform/scoped_fd.h"
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <vector>
+
+namespace platform {
+
+// An open folder, reached by the rules above. Copies share the descriptor.
+class FolderHandle {
+public:
+  bool IsOpen() const { return fd_ != nullptr; }
+  int fd() const { return fd_ ? fd_->get() : -1; }
+  // The path it was reached by (links on the way resolved).
+  const std::string& path() const { return path_; }
+  const struct stat& info() const { return info_; }
+  uid_t owner() const { return info_.st_uid; }
+
+  // Internal to platform/: adopts a descriptor checked to be a folder.
+  static FolderHandle Adopt(ScopedFd fd, std::string path, const struct stat& info);
+
+private:
+  std::shared_ptr<ScopedFd> fd_;
+  std::string path_;
+  struct stat info_ = {};
+};
+
+// A path split into the folder that holds an item and the item's name.
+// For "/" itself the folder is "/" and the name ".".
+struct EntryRef {
+  FolderHandle folder;
+  std::string name;
+  // The folder's path joined with the name.
+  std::string Path() const;
+};
+
+// The folder at an absolute path.
+bool OpenFolder(const std::string& path, FolderHandle& out);
+
+// The folder that holds the last component of `path`, and that component.
+// With `follow_final_link` a last component that is a link (one the rules
+// allow following) stands for the item it names.
+bool ResolveEntry(const std::string& path, bool follow_final_link, EntryRef& out);
+
+// Mode of a new folder: its parent's permission bits instead of a fixed mode.
+constexpr mode_t kParentFolderMode = static_cast<mode_t>(-1);
+
+// The folder at `path`, each missing level created with `mode` (less the
+// umask) or, with kParentFolderMode, exactly its parent's permission bits.
+// Every level made takes the owner and group of the folder it was made in
+// (where the process may give them); existing levels are left as they are.
+bool MakeFolders(const std::string& path, mode_t mode, FolderHandle* out = nullptr);
+
+// The folder `name` inside `folder`.
+bool OpenSubfolder(const FolderHandle& folder, const std::string& name, FolderHandle& out);
+
+enum class FileAccess { kRead, kReadWrite, kWrite, kAppend };
+
+struct OpenOptions {
+  FileAccess access = FileAccess::kRead;
+  // Make the file when it is missing.
+  bool create = false;
+  // The file must be new: an existing item (a dangling link too) fails.
+  bool exclusive = false;
+  // Empty an existing file (checked to be a regular file first).
+  bool truncate = false;
+  // Mode of a new file (less the umask).
+  mode_t mode = 0666;
+  // Give a new file exactly `mode`, whatever the umask, on its descriptor.
+  bool exact_mode = false;
+};
+
+// A regular file inside `folder`, opened by the rules above. `created`, when
+// given, tells whether this call made the file.
+bool OpenFileIn(const FolderHandle& folder, const std::string& name, const OpenOptions& options,
+                ScopedFd& out, bool* created = nullptr);
+
+// OpenFileIn on the folder and name of an absolute path.
+bool OpenFileAt(const std::string& path, const OpenOptions& options, ScopedFd& out,
+                bool* created = nullptr);
+
+// The status of an item inside `folder`, the item itself if it is a link.
+bool StatEntry(const FolderHandle& folder, const std::string& name, struct stat& info);
+
+// Removes a file or link (never what it points to), or with `is_folder` an
+// empty folder, from `folder`.
+bool RemoveEntry(const FolderHandle& folder, const std::string& name, bool is_folder);
+
+// Removes `name` only if it is a regular file at the moment of removal.
+bool RemoveRegularFile(const FolderHandle& folder, const std::string& name);
+
+// Renames an item within one folder, replacing what is at `to`.
+bool RenameEntry(const FolderHandle& folder, const std::string& from, const std::string& to);
+
+// Changes an item's mode / owner and group inside `folder`, never through a
+// link. A uid or gid of -1 leaves that one as it is.
+bool ChangeMode(const FolderHandle& folder, const std::string& name, mode_t mode);
+bool ChangeOwner(const FolderHandle& folder, const std::string& name, uid_t uid, gid_t gid);
+
+// Sets an item's modification time (nanoseconds since 1970), never through a
+// link.
+bool SetModificationTime(const FolderHandle& folder, const std::string& name, uint64_t nanoseconds);
+
+// The names in `folder`, without "." and "..", in the order the system
+// gives them.
+bool ListFolder(const FolderHandle& folder, std::vector<std::string>& names);
+
+// Reads the whole file, or fails when it holds more than `limit` bytes.
+bool ReadAll(int fd, std::string& out, size_t limit);
+
+// Writes all of `size` bytes, resuming after a partial write.
+bool WriteAll(int fd, const char* data, size_t size);
+
+// A name that stands for one item of a folder: not empty, not "." or "..",
+// no "/" and no NUL.
+bool IsSingleComponent(const std::string& name);
+
+} // namespace platform
+
+#endif // ORU_PLATFORM_SAFE_FS_H
