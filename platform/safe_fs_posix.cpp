@@ -59,9 +59,10 @@ bool MayFollowLink(const FolderHandle& folder, const struct stat& link) {
 }
 
 // A privileged process never passes from a user's folder into an item of
-// somebody else.
-bool MayEnter(const FolderHandle& from, const struct stat& item) {
-  return !IsPrivileged() || from.owner() == 0 || item.st_uid == from.owner();
+// somebody else. `privileged` is the process's own standing, taken before
+// it starts acting as anyone else.
+bool MayEnter(const FolderHandle& from, const struct stat& item, bool privileged) {
+  return !privileged || from.owner() == 0 || item.st_uid == from.owner();
 }
 
 // Acts as the owner of `folder` while it lives (see ScopedActAsUser).
@@ -110,7 +111,7 @@ bool EnterFolder(const FolderHandle& parent, const std::string& name, const stru
   if (!S_ISDIR(info.st_mode) || info.st_dev != seen.st_dev || info.st_ino != seen.st_ino) {
     return Fail(EAGAIN);
   }
-  if (!MayEnter(parent, info)) {
+  if (!MayEnter(parent, info, IsPrivileged())) {
     return Fail(EPERM);
   }
   out = FolderHandle::Adopt(std::move(fd), ChildPath(parent.path(), name), info);
@@ -369,6 +370,7 @@ bool OpenFileIn(const FolderHandle& folder, const std::string& name, const OpenO
   if (!IsSingleComponent(name)) {
     return Fail(EINVAL);
   }
+  const bool privileged = IsPrivileged();
   const ActAsOwnerOf as_owner(folder);
   if (!as_owner.ok()) {
     return false;
@@ -382,7 +384,7 @@ bool OpenFileIn(const FolderHandle& folder, const std::string& name, const OpenO
   if (!S_ISREG(info.st_mode)) {
     return Fail(S_ISDIR(info.st_mode) ? EISDIR : EINVAL);
   }
-  if (!made && !MayEnter(folder, info)) {
+  if (!made && !MayEnter(folder, info, privileged)) {
     return Fail(EPERM);
   }
   if (options.truncate && !made && ftruncate(fd.get(), 0) != 0) {
