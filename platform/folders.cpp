@@ -4,6 +4,7 @@
 
 #include "platform/folders_internal.h"
 #include "platform/foundation_path_rules.h"
+#include "platform/identity.h"
 #include "platform/paths.h"
 
 #include <array>
@@ -132,6 +133,23 @@ std::string SelectBundleFolder(const std::string& executable_path, const std::st
 }
 
 } // namespace internal
+
+namespace foundation {
+
+bool ProcessHomes(const std::string& user, std::string& home) {
+  if (user.empty()) {
+    home = HomeDirectory();
+    return !home.empty();
+  }
+  UserRecord record;
+  if (!LookUpUserByName(user, record) || record.home.empty()) {
+    return false;
+  }
+  home = record.home;
+  return true;
+}
+
+} // namespace foundation
 
 bool FindFolderPath(FolderDomain domain, FolderType type, std::string& out) {
   return FindFolder(domain, type, /*create=*/true, out);

@@ -323,6 +323,21 @@ TEST_F(FoldersTest, HomeFolderIsHome) {
   EXPECT_EQ(HomeDirectory(), sandbox_.home());
 }
 
+TEST_F(FoldersTest, HomeFolderAtTheLookupLimitOrLongerLeavesTheOutputAlone) {
+  // The lookup hands out at most 1024 bytes with the terminating NUL.
+  const std::string fits = "/" + std::string(kMaxFolderPathBytes - 2, 'h');
+  const std::string too_long = "/" + std::string(kMaxFolderPathBytes - 1, 'h');
+  std::string out = "untouched";
+  {
+    const oru_testing::ScopedEnv home("HOME", too_long);
+    EXPECT_TRUE(GetHomeFolder(out));
+    EXPECT_EQ(out, "untouched");
+  }
+  const oru_testing::ScopedEnv home("HOME", fits);
+  EXPECT_TRUE(GetHomeFolder(out));
+  EXPECT_EQ(out, fits);
+}
+
 TEST(BundleFolderTest, BareExecutableGivesItsOwnPathNotItsFolder) {
   std::string out;
   ASSERT_TRUE(GetBundleFolder(out));

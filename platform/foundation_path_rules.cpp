@@ -89,21 +89,38 @@ std::string DeletingPathExtension(const std::string& path) {
 
 bool AppendingPathExtension(const std::string& path, const std::string& ext, std::string& out) {
   const std::string collapsed = CollapseSlashes(path);
-  if (collapsed.empty() || collapsed == "/" || ext.find('/') != std::string::npos) {
+  if (collapsed.empty() || collapsed == "/") {
     return false;
   }
   out = ext.empty() ? collapsed : collapsed + "." + ext;
   return true;
 }
 
-std::string StandardizingPath(const std::string& path) {
-  if (path.empty()) {
+std::string ExpandingTildeInPath(const std::string& path, HomeResolver home_of) {
+  if (path.empty() || path.front() != '~' || !home_of) {
     return path;
   }
-  const bool absolute = path.front() == '/';
+  const size_t slash = path.find('/');
+  const std::string user =
+      path.substr(1, slash == std::string::npos ? std::string::npos : slash - 1);
+  std::string home;
+  if (!home_of(user, home) || home.empty()) {
+    return path;
+  }
+  return slash == std::string::npos ? home : home + path.substr(slash);
+}
+
+std::string StandardizingPath(const std::string& path, HomeResolver home_of) {
+  const std::string expanded = ExpandingTildeInPath(path, home_of);
+  if (expanded.empty()) {
+    return expanded;
+  }
+  const bool absolute = expanded.front() == '/';
   std::vector<std::string> kept;
-  for (std::string& component : SplitComponents(path)) {
-    if (component == ".") {
+  for (std::string& component : SplitComponents(expanded)) {
+    // Only "/./" is reduced: a "." with no "/" before it names the
+    // current folder and stays.
+    if (component == "." && (absolute || !kept.empty())) {
       continue;
     }
     if (component == ".." && absolute) {

@@ -60,8 +60,13 @@ TEST(FoundationPathRulesTest, AppendingPathExtensionGivesNoStringWhereThereIsNoN
   EXPECT_FALSE(AppendingPathExtension("", "tiff", out));
   EXPECT_FALSE(AppendingPathExtension("/", "tiff", out));
   EXPECT_FALSE(AppendingPathExtension("///", "tiff", out));
-  EXPECT_FALSE(AppendingPathExtension("/tmp/a", "x/y", out));
   EXPECT_EQ(out, "untouched");
+}
+
+TEST(FoundationPathRulesTest, AppendingAnExtensionThatHoldsASlashAppendsItAsDocumented) {
+  std::string out;
+  ASSERT_TRUE(AppendingPathExtension("/tmp/a", "x/y", out));
+  EXPECT_EQ(out, "/tmp/a.x/y");
 }
 
 TEST(FoundationPathRulesTest, AppendingAnEmptyExtensionOnlyTidiesSlashes) {
@@ -76,6 +81,33 @@ TEST(FoundationPathRulesTest, StandardizingPathTable) {
         Case{"//a//b/", "/a/b"}, Case{"/..", "/"}, Case{"/a/../../b", "/b"},
         Case{"a/../b", "a/../b"}, Case{"/", "/"}}) {
     EXPECT_EQ(StandardizingPath(c.in), c.out) << c.in;
+  }
+}
+
+bool FakeHomes(const std::string& user, std::string& home) {
+  if (user.empty()) {
+    home = "/home/me";
+    return true;
+  }
+  if (user == "other") {
+    home = "/home/other/";
+    return true;
+  }
+  return false;
+}
+
+TEST(FoundationPathRulesTest, StandardizingPathExpandsALeadingTilde) {
+  for (const Case& c : {Case{"~", "/home/me"}, Case{"~/", "/home/me"},
+                        Case{"~/docs/../x", "/home/me/x"}, Case{"~other/docs", "/home/other/docs"},
+                        Case{"~unknown/docs", "~unknown/docs"}, Case{"/a/~/b", "/a/~/b"}}) {
+    EXPECT_EQ(StandardizingPath(c.in, &FakeHomes), c.out) << c.in;
+  }
+}
+
+TEST(FoundationPathRulesTest, StandardizingPathKeepsALoneDotAndALeadingOne) {
+  for (const Case& c : {Case{".", "."}, Case{"./a", "./a"}, Case{"a/./b", "a/b"},
+                        Case{"/./a", "/a"}, Case{"a/.", "a"}}) {
+    EXPECT_EQ(StandardizingPath(c.in, &FakeHomes), c.out) << c.in;
   }
 }
 

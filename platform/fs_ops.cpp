@@ -184,6 +184,10 @@ OSErr DeleteFolderTree(const FileRef& ref) {
   if ((flags & kNodeIsDirectoryMask) == 0) {
     return kDirNotFoundErr;
   }
+  // Unlocked before its contents are walked, not after as the catalog walk
+  // on macOS may: an immutable folder's entries cannot be removed on Linux,
+  // so unlocking last would leave every locked, non-empty folder in place.
+  // The cost: a delete that fails part-way leaves that folder unlocked.
   err = Unlock(ref, flags);
   if (err == kNoErr) {
     err = DeleteFolderContents(ref);

@@ -84,6 +84,21 @@ TEST_F(FsOpsTest, DeletePathOnAMissingPathReturnsTrue) {
   EXPECT_TRUE(DeletePath(sandbox_.Path("missing/below")));
 }
 
+TEST_F(FsOpsTest, DeletePathRemovesADanglingLinkAndReportsSuccess) {
+  const std::string link = sandbox_.Path("dangling");
+  ASSERT_EQ(symlink(sandbox_.Path("missing").c_str(), link.c_str()), 0);
+  EXPECT_TRUE(DeletePath(link));
+  struct stat info;
+  EXPECT_NE(lstat(link.c_str(), &info), 0);
+}
+
+TEST_F(FsOpsTest, DeletePathRemovesALinkAndNeverItsTarget) {
+  WriteFile(sandbox_.Path("target"), "kept");
+  ASSERT_EQ(symlink(sandbox_.Path("target").c_str(), sandbox_.Path("link").c_str()), 0);
+  EXPECT_TRUE(DeletePath(sandbox_.Path("link")));
+  EXPECT_EQ(oru_testing::ReadFile(sandbox_.Path("target")), "kept");
+}
+
 TEST_F(FsOpsTest, DeletePathRemovesAFile) {
   WriteFile(sandbox_.Path("file"), "x");
   EXPECT_TRUE(DeletePath(sandbox_.Path("file")));

@@ -21,8 +21,10 @@ struct UserRecord {
   std::string home;
 };
 
-// The password-database entry of `uid`; false when there is none.
+// The password-database entry of `uid` / of the user called `name`; false
+// when there is none.
 bool LookUpUser(uid_t uid, UserRecord& out);
+bool LookUpUserByName(const std::string& name, UserRecord& out);
 
 // The value of an environment variable, or the empty string when unset.
 std::string EnvironmentVariable(const char* name);

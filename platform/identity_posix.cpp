@@ -34,13 +34,8 @@ uid_t cached_uid = 0;
 gid_t cached_fallback = 0;
 Credentials cached;
 
-} // namespace
-
-bool LookUpUser(uid_t uid, UserRecord& out) {
-  std::vector<char> buffer(kPasswdBufferBytes);
-  struct passwd entry;
-  struct passwd* found = nullptr;
-  if (getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || !found) {
+bool CopyEntry(const struct passwd* found, UserRecord& out) {
+  if (!found) {
     return false;
   }
   out.uid = found->pw_uid;
@@ -48,6 +43,24 @@ bool LookUpUser(uid_t uid, UserRecord& out) {
   out.name = found->pw_name ? found->pw_name : "";
   out.home = found->pw_dir ? found->pw_dir : "";
   return true;
+}
+
+} // namespace
+
+bool LookUpUser(uid_t uid, UserRecord& out) {
+  std::vector<char> buffer(kPasswdBufferBytes);
+  struct passwd entry;
+  struct passwd* found = nullptr;
+  return getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == 0 &&
+         CopyEntry(found, out);
+}
+
+bool LookUpUserByName(const std::string& name, UserRecord& out) {
+  std::vector<char> buffer(kPasswdBufferBytes);
+  struct passwd entry;
+  struct passwd* found = nullptr;
+  return getpwnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found) == 0 &&
+         CopyEntry(found, out);
 }
 
 std::string EnvironmentVariable(const char* name) {

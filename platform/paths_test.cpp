@@ -143,10 +143,10 @@ TEST(AppendPathExtensionTest, FollowsTheFoundationRules) {
   EXPECT_EQ(path, "/tmp.tiff");
 }
 
-TEST(AppendPathExtensionTest, ExtensionWithSlashFailsAndLeavesThePath) {
+TEST(AppendPathExtensionTest, ExtensionWithSlashIsAppendedAndNotLost) {
   std::string path = "/tmp/scratch";
-  EXPECT_FALSE(AppendPathExtension(path, "a/b"));
-  EXPECT_EQ(path, "/tmp/scratch");
+  ASSERT_TRUE(AppendPathExtension(path, "a/b"));
+  EXPECT_EQ(path, "/tmp/scratch.a/b");
 }
 
 TEST(DeletePathExtensionTest, FollowsTheFoundationRules) {
