@@ -5,12 +5,12 @@
 #include "platform/folders.h"
 #include "platform/fs_ops.h"
 #include "platform/paths.h"
+#include "platform/safe_fs.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
-#include <dirent.h>
-#include <fstream>
+#include <errno.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -34,38 +34,53 @@ std::string LocalTime(time_t when, const char* format) {
   return text;
 }
 
-std::string FolderOf(const std::string& path) {
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? std::string() : path.substr(0, slash);
-}
+// One item found below the log folder: the folder that holds it (kept open),
+// its name there, and its path relative to the log folder.
+struct FoundEntry {
+  platform::FolderHandle holder;
+  std::string name;
+  std::string relative;
+};
 
-// Every entry below `folder`, as paths relative to it, parents before their
-// contents; links to folders are not followed.
-std::vector<std::string> EntriesBelow(const std::string& folder) {
-  std::vector<std::string> entries;
-  std::vector<std::string> pending{""};
+// Every item below `folder`, parents before their contents, walked through
+// folder descriptors: a folder swapped for a link while this runs is not
+// followed, and neither is a link that was there before.
+std::vector<FoundEntry> EntriesBelow(const platform::FolderHandle& folder) {
+  std::vector<FoundEntry> entries;
+  std::vector<std::pair<platform::FolderHandle, std::string>> pending{{folder, ""}};
   while (!pending.empty()) {
-    const std::string relative = pending.back();
+    const auto [holder, relative] = pending.back();
     pending.pop_back();
-    DIR* dir = opendir(relative.empty() ? folder.c_str() : (folder + "/" + relative).c_str());
-    if (!dir) {
+    std::vector<std::string> names;
+    if (!platform::ListFolder(holder, names)) {
       continue;
     }
-    while (const struct dirent* entry = readdir(dir)) {
-      const std::string name = entry->d_name;
-      if (name == "." || name == "..") {
-        continue;
-      }
+    for (const std::string& name : names) {
       const std::string path = relative.empty() ? name : relative + "/" + name;
-      entries.push_back(path);
-      struct stat info;
-      if (lstat((folder + "/" + path).c_str(), &info) == 0 && S_ISDIR(info.st_mode)) {
-        pending.push_back(path);
+      entries.push_back({holder, name, path});
+      platform::FolderHandle below;
+      if (platform::OpenSubfolder(holder, name, below)) {
+        pending.emplace_back(below, path);
       }
     }
-    closedir(dir);
   }
   return entries;
+}
+
+// The name of a log file split at its extension, which is looked for in
+// the name alone: a "." in a folder's name is no extension of the file.
+struct NameParts {
+  std::string stem;
+  std::string ext;
+  bool has_ext = false;
+};
+
+NameParts SplitName(const std::string& name) {
+  NameParts parts;
+  parts.has_ext = platform::GetPathExtension(name, parts.ext);
+  parts.stem = name;
+  platform::DeletePathExtension(parts.stem);
+  return parts;
 }
 
 bool StartsWith(const std::string& text, const std::string& prefix) {
@@ -107,8 +122,11 @@ bool LogTargetDefault::SetLogFile(const char* file_name, const char* folder) {
       platform::ConsoleUser user;
       if (platform::GetConsoleUser(user)) {
         for (const std::string& made : {logs + "/Vornica", path}) {
-          (void)!chown(made.c_str(), user.uid, user.gid);
-          (void)!chmod(made.c_str(), 0777);
+          platform::EntryRef entry;
+          if (platform::ResolveEntry(made, /*follow_final_link=*/false, entry)) {
+            (void)platform::ChangeOwner(entry.folder, entry.name, user.uid, user.gid);
+            (void)platform::ChangeMode(entry.folder, entry.name, 0777);
+          }
         }
       }
     }
@@ -122,68 +140,87 @@ bool LogTargetDefault::SetLogFile(const char* file_name, const char* folder) {
   filePath_ = path;
   fileName_ = platform::BaseName(path);
   if (opened_) {
-    enabled_ = OpenStream(filePath_, stream_);
+    enabled_ = OpenStream(filePath_, file_);
+    fileFailed_ = false;
   } else {
-    std::fstream probe;
+    platform::ScopedFd probe;
     enabled_ = OpenStream(filePath_, probe);
-    probe.close();
   }
   return enabled_;
 }
 
-std::string LogTargetDefault::RotatedCopyPath() const {
-  std::string ext;
-  const bool has_ext = platform::GetPathExtension(filePath_, ext);
-  std::string stem = filePath_;
-  platform::DeletePathExtension(stem);
+bool LogTargetDefault::CopyLiveFile(const platform::EntryRef& live) const {
+  const NameParts parts = SplitName(live.name);
   const std::string time = LocalTime(::time(nullptr), "%Y-%m-%d %H-%M-%S");
-  const auto name = [&](const std::string& suffix) {
-    std::string path = stem + " " + time + suffix;
-    if (has_ext) {
-      platform::AppendPathExtension(path, ext);
-    }
-    return path;
-  };
-  // Two rotations within one second must not overwrite the earlier copy.
-  // "_NN" sorts after the plain name, keeping copies in time order.
-  std::string path = name("");
-  for (int suffix = 1; platform::PathExists(path) && suffix <= kMaxCopySuffix; ++suffix) {
-    char text[16];
-    std::snprintf(text, sizeof text, "_%02d", suffix);
-    path = name(text);
+  platform::ScopedFd source;
+  if (!platform::OpenFileIn(live.folder, live.name, platform::OpenOptions(), source)) {
+    return false;
   }
-  return path;
+  platform::OpenOptions fresh;
+  fresh.access = platform::FileAccess::kWrite;
+  fresh.create = true;
+  fresh.exclusive = true;
+  // Made new, never through a link: a name already taken (two rotations in
+  // one second, or anything put there) moves on to "_NN", which sorts after
+  // the plain name and keeps copies in time order.
+  for (int suffix = 0; suffix <= kMaxCopySuffix; ++suffix) {
+    char text[16] = "";
+    if (suffix > 0) {
+      std::snprintf(text, sizeof text, "_%02d", suffix);
+    }
+    std::string name = parts.stem + " " + time + text;
+    if (parts.has_ext && !platform::AppendPathExtension(name, parts.ext)) {
+      return false;
+    }
+    platform::ScopedFd copy;
+    if (platform::OpenFileIn(live.folder, name, fresh, copy)) {
+      return platform::CopyFileData(source.get(), copy.get());
+    }
+    if (errno != EEXIST) {
+      return false;
+    }
+  }
+  return false;
 }
 
 bool LogTargetDefault::CheckSizeAndCleanUp() {
-  const std::string marker = FolderOf(filePath_) + "//" + "asu.trace";
+  // Everything below acts through the folder that holds the live file.
+  platform::EntryRef live;
+  if (!platform::ResolveEntry(filePath_, /*follow_final_link=*/false, live)) {
+    return false;
+  }
   const uint64_t limit = SizeLimitForLevel(level_);
   char content[1024];
   std::memset(content, 0, sizeof content);
-  // "rw+" is read as "r+" by the C library; the marker must be writable to
-  // count, as every program sharing these logs reads it.
-  if (FILE* file = std::fopen(marker.c_str(), "rw+")) {
-    (void)!std::fread(content, 1, 9, file);
-    std::fclose(file);
+  // The keep-logs marker, opened for reading and writing ("rw+" is read as
+  // "r+"): it must be writable to count, as every program sharing these logs
+  // reads it.
+  platform::OpenOptions marker_access;
+  marker_access.access = platform::FileAccess::kReadWrite;
+  platform::ScopedFd marker;
+  if (platform::OpenFileIn(live.folder, "asu.trace", marker_access, marker)) {
+    (void)!read(marker.get(), content, 9);
   }
-  uint64_t size = 0;
-  if (!platform::GetFileSize(filePath_, size)) {
+  struct stat info;
+  if (!platform::StatEntry(live.folder, live.name, info) || !S_ISREG(info.st_mode)) {
     return false;
   }
-  if (size < limit) {
+  if (static_cast<uint64_t>(info.st_size) < limit) {
     return true;
   }
   headerPending_ = true;
-  if (stream_.good()) {
-    stream_.close();
-  }
+  file_.reset();
   // The copy is made by the kernel where it can: a 50 MiB log is set aside
   // in about the time cp takes, while every other writer waits on the lock.
-  if (platform::CopyFileContents(filePath_, RotatedCopyPath())) {
-    stream_.open(filePath_, std::ios::out | std::ios::trunc);
-    stream_.close();
+  if (CopyLiveFile(live)) {
+    platform::OpenOptions empty;
+    empty.access = platform::FileAccess::kWrite;
+    empty.truncate = true;
+    platform::ScopedFd truncated;
+    (void)platform::OpenFileIn(live.folder, live.name, empty, truncated);
   }
-  const bool reopened = OpenStream(filePath_, stream_);
+  const bool reopened = OpenStream(filePath_, file_);
+  fileFailed_ = false;
   if (std::strcmp(content, "keeplogs") != 0) {
     RemoveOldCopies(kDaysOfCopies);
   }
@@ -191,38 +228,40 @@ bool LogTargetDefault::CheckSizeAndCleanUp() {
 }
 
 void LogTargetDefault::RemoveOldCopies(int days) {
-  std::string ext;
-  const bool has_ext = platform::GetPathExtension(filePath_, ext);
-  std::string without_ext = filePath_;
-  platform::DeletePathExtension(without_ext);
-  const std::string folder = FolderOf(without_ext);
-  const std::string stem = platform::BaseName(without_ext);
-  const std::string live_name = has_ext ? stem + "." + ext : stem;
+  platform::EntryRef live;
+  if (!platform::ResolveEntry(filePath_, /*follow_final_link=*/false, live)) {
+    return;
+  }
+  const NameParts parts = SplitName(live.name);
+  const std::string live_name = parts.has_ext ? parts.stem + "." + parts.ext : parts.stem;
 
   std::vector<std::string> kept_prefixes;
   const time_t now = ::time(nullptr);
   for (int offset = 0; offset > -days; --offset) {
-    kept_prefixes.push_back(stem + " " + LocalTime(now + offset * 86400, "%Y-%m-%d"));
+    kept_prefixes.push_back(parts.stem + " " + LocalTime(now + offset * 86400, "%Y-%m-%d"));
   }
 
-  std::vector<std::string> candidates;
-  for (const std::string& entry : EntriesBelow(folder)) {
-    if (!StartsWith(entry, stem)) {
+  // Only regular files are removed, each checked through the folder that
+  // holds it at the moment of removal; links and folders are left alone.
+  std::vector<FoundEntry> candidates;
+  for (FoundEntry& entry : EntriesBelow(live.folder)) {
+    if (!StartsWith(entry.relative, parts.stem)) {
       continue;
     }
     const bool dated =
         std::any_of(kept_prefixes.begin(), kept_prefixes.end(),
-                    [&](const std::string& prefix) { return StartsWith(entry, prefix); });
-    if (dated || entry == live_name) {
-      candidates.push_back(folder + "/" + entry);
+                    [&](const std::string& prefix) { return StartsWith(entry.relative, prefix); });
+    if (dated || entry.relative == live_name) {
+      candidates.push_back(std::move(entry));
     } else {
-      (void)std::remove((folder + "/" + entry).c_str());
+      (void)platform::RemoveRegularFile(entry.holder, entry.name);
     }
   }
-  std::sort(candidates.begin(), candidates.end());
+  std::sort(candidates.begin(), candidates.end(),
+            [](const FoundEntry& a, const FoundEntry& b) { return a.relative < b.relative; });
   const size_t keep = static_cast<size_t>(days) + 1;
   for (size_t i = 0; candidates.size() > keep && i < candidates.size() - keep; ++i) {
-    (void)std::remove(candidates[i].c_str());
+    (void)platform::RemoveRegularFile(candidates[i].holder, candidates[i].name);
   }
 }
 

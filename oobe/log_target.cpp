@@ -11,6 +11,7 @@
 #include <errno.h>
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 namespace oobe {
 
@@ -122,17 +123,24 @@ LogTargetDefault::~LogTargetDefault() {
   }
 }
 
-bool LogTargetDefault::OpenStream(const std::string& path, std::fstream& stream) {
-  struct stat info;
-  const bool existed = ::lstat(path.c_str(), &info) == 0;
-  if (stream.is_open()) {
-    stream.close();
+bool LogTargetDefault::OpenStream(const std::string& path, platform::ScopedFd& file) {
+  file.reset();
+  platform::OpenOptions append;
+  append.access = platform::FileAccess::kAppend;
+  append.create = true;
+  append.mode = 0666;
+  bool created = false;
+  platform::ScopedFd opened;
+  if (!platform::OpenFileAt(path, append, opened, &created)) {
+    return false;
   }
-  stream.open(path, std::ios::out | std::ios::app);
-  if (!existed && stream.is_open() && ::chmod(path.c_str(), 0666) != 0) {
+  // Only a file this call created gets the mode, on its own descriptor: an
+  // existing file keeps whatever mode it has.
+  if (created && fchmod(opened.get(), 0666) != 0) {
     std::fprintf(stderr, "\n Error Set File permissions. errno = %s", std::strerror(errno));
   }
-  return stream.good();
+  file = std::move(opened);
+  return true;
 }
 
 bool LogTargetDefault::Open() {
@@ -146,9 +154,10 @@ bool LogTargetDefault::Open() {
     }
     filePath_ = path;
   }
-  if (!OpenStream(filePath_, stream_)) {
+  if (!OpenStream(filePath_, file_)) {
     return false;
   }
+  fileFailed_ = false;
   if (!fileLock_) {
     // A set that cannot be made leaves the handle at -1: every line that
     // asks for the lock is then dropped, never blocked.
@@ -167,9 +176,7 @@ bool LogTargetDefault::Open() {
 }
 
 bool LogTargetDefault::Close() {
-  if (stream_.good()) {
-    stream_.close();
-  }
+  file_.reset();
   if (fileLock_) {
     DetachFileLock(*fileLock_);
     DestroyFileLock(*fileLock_);
@@ -263,20 +270,19 @@ void LogTargetDefault::WriteHeader(int32_t level, const char* f1, const char* f2
 
 void LogTargetDefault::WriteLine(const char* text) {
   if (!text) {
-    stream_.setstate(std::ios::badbit);
+    fileFailed_ = true;
     return;
   }
-  // As with stream insertion, a stream in a failed state takes nothing more.
-  if (!stream_.good()) {
+  if (!file_.valid() || fileFailed_) {
     return;
   }
-  // Straight into the stream's buffer, then out in one write: the line and
-  // its newline reach the file together.
-  std::streambuf* buffer = stream_.rdbuf();
-  const std::streamsize length = static_cast<std::streamsize>(std::strlen(text));
-  if (buffer->sputn(text, length) != length || buffer->sputc('\n') == EOF ||
-      buffer->pubsync() != 0) {
-    stream_.setstate(std::ios::badbit);
+  // The line and its newline in one write: another process appending to the
+  // same file never lands between them.
+  thread_local std::string record;
+  record.assign(text);
+  record += '\n';
+  if (!platform::WriteAll(file_.get(), record.data(), record.size())) {
+    fileFailed_ = true;
   }
 }
 

@@ -10,10 +10,11 @@
 #include "oobe/file_lock.h"
 #include "oobe/header_block.h"
 #include "oobe/levels.h"
+#include "platform/safe_fs.h"
+#include "platform/scoped_fd.h"
 
 #include <cstdarg>
 #include <cstdint>
-#include <fstream>
 #include <memory>
 #include <pthread.h>
 #include <string>
@@ -27,9 +28,9 @@ public:
   LogTargetBase(const LogTargetBase&) = delete;
   LogTargetBase& operator=(const LogTargetBase&) = delete;
 
-  // Opens `stream` on `path` for appending; a file made here is given mode
-  // 0666 so that every user's processes can append to it.
-  virtual bool OpenStream(const std::string& path, std::fstream& stream) = 0;
+  // Opens `file` on `path` for appending (closing what it held); a file made
+  // here is given mode 0666 so that every user's processes can append to it.
+  virtual bool OpenStream(const std::string& path, platform::ScopedFd& file) = 0;
   virtual ~LogTargetBase();
   virtual bool Open() = 0;
   virtual bool Close() = 0;
@@ -43,7 +44,7 @@ public:
   // line by line through Write, and clears the pending flag.
   virtual void WriteHeader(int32_t level, const char* f1, const char* f2, const char* f3,
                            const char* f4, const HeaderBlock* description, bool use_file_lock) = 0;
-  // Appends a finished line and a newline, and flushes.
+  // Appends a finished line and a newline in one write.
   virtual void WriteLine(const char* text) = 0;
 
   void SetName(const char* name);
@@ -67,7 +68,11 @@ protected:
   std::string fileName_ = "OOBE.log";
   std::string filePath_;
   int32_t level_ = kLevelInfo;
-  std::fstream stream_;
+  // The open log file, appended to with one write per line.
+  platform::ScopedFd file_;
+  // Set by a failed write, as a stream's bad bit would be: nothing more is
+  // written until the file is opened again.
+  bool fileFailed_ = false;
   bool enabled_ = true;
   bool opened_ = false;
   int32_t refCount_ = 0;
@@ -87,7 +92,7 @@ public:
   explicit LogTargetDefault(const char* name);
   ~LogTargetDefault() override;
 
-  bool OpenStream(const std::string& path, std::fstream& stream) override;
+  bool OpenStream(const std::string& path, platform::ScopedFd& file) override;
   bool Open() override;
   bool Close() override;
   bool Write(int32_t level, const char* f1, const char* f2, const char* f3, const char* f4,
@@ -117,7 +122,9 @@ public:
   const HeaderBlock& Header() const { return header_; }
 
 private:
-  std::string RotatedCopyPath() const;
+  // Makes the rotated copy of `live` in its folder under a name no item
+  // has yet, and copies the live file into it.
+  bool CopyLiveFile(const platform::EntryRef& live) const;
 
   std::unique_ptr<FileLockHandle> fileLock_;
   HeaderBlock header_;
