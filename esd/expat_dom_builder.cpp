@@ -1,18 +1,33 @@
 #include "esd/expat_dom_builder.h"
 
-#include "esd/esd_streams.h"
+#include "platform/safe_fs.h"
 
-#include <ios>
+#include <errno.h>
 #include <new>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace esd {
 
 namespace {
 
-bool IsRegularFileOrMissing(const std::string& path) {
-  struct stat info;
-  return ::stat(path.c_str(), &info) != 0 || S_ISREG(info.st_mode);
+// Reads up to `size` bytes, fewer only at the end of the file; -1 on error.
+ssize_t ReadChunk(int fd, char* buffer, size_t size) {
+  size_t got = 0;
+  while (got < size) {
+    const ssize_t read_now = read(fd, buffer + got, size - got);
+    if (read_now == 0) {
+      break;
+    }
+    if (read_now < 0) {
+      if (errno == EINTR) {
+        continue;
+      }
+      return -1;
+    }
+    got += static_cast<size_t>(read_now);
+  }
+  return static_cast<ssize_t>(got);
 }
 
 } // namespace
@@ -47,49 +62,43 @@ bool ExpatDOMBuilder<Node>::Create(const char* encoding, const char* namespace_s
 
 template <typename Node>
 bool ExpatDOMBuilder<Node>::ParseFile(const std::string& path, bool result_if_no_data) {
-  // Only a regular file holds data. A folder or a fifo at the path is not
-  // opened at all: reading a fifo could block for ever, and a caller that
-  // removes unreadable files must never be told a folder failed to parse.
-  if (!IsRegularFileOrMissing(path)) {
+  // Only a regular file holds data, opened without following a link at its
+  // name. Anything else (a folder, a FIFO that would block for ever, a
+  // link) opens as nothing: a caller that removes unreadable files must
+  // never be told that such an item failed to parse.
+  platform::ScopedFd file;
+  struct stat info;
+  if (!platform::OpenFileAt(path, platform::OpenOptions(), file) || fstat(file.get(), &info) != 0 ||
+      info.st_size <= 0) {
     return result_if_no_data;
   }
-  ESDifstream file(path, "rb", std::ios::binary | std::ios::ate);
-  std::ifstream& in = *file.stream();
-  if (!file.is_open()) {
-    return result_if_no_data;
-  }
-  in.seekg(0, std::ios::end);
-  const std::streamoff size = in.fail() ? 0 : static_cast<std::streamoff>(in.tellg());
-  if (in.fail() || size <= 0) {
-    file.close();
-    return result_if_no_data;
-  }
-  if (!parser_ || static_cast<uint64_t>(size) > kMaxFileBytes) {
-    file.close();
+  if (!parser_ || static_cast<uint64_t>(info.st_size) > kMaxFileBytes) {
     return false;
   }
-  in.seekg(0, std::ios::beg);
 
   bool result = true;
   uint64_t total = 0;
-  while (in.good() && result) {
+  while (result) {
     void* buffer = XML_GetBuffer(parser_, static_cast<int>(kChunkBytes));
     if (!buffer) {
-      result = false;
-      break;
+      return false;
     }
-    in.read(static_cast<char*>(buffer), static_cast<std::streamsize>(kChunkBytes));
-    const std::streamsize got = in.gcount();
+    const ssize_t got = ReadChunk(file.get(), static_cast<char*>(buffer), kChunkBytes);
+    if (got < 0) {
+      return false;
+    }
     total += static_cast<uint64_t>(got);
     if (total > kMaxFileBytes) {
-      result = false; // the file grew past the limit while being read
-      break;
+      return false; // the file grew past the limit while being read
     }
-    const bool final_chunk = in.fail() || in.bad();
+    // A short read is the end of the file: that chunk is the final one.
+    const bool final_chunk = static_cast<size_t>(got) < kChunkBytes;
     result = XML_ParseBuffer(parser_, static_cast<int>(got), final_chunk) == XML_STATUS_OK &&
              PendingMarkupBytes() <= kMaxMarkupBytes;
+    if (final_chunk) {
+      break;
+    }
   }
-  file.close();
   return result;
 }
 

@@ -1,8 +1,8 @@
 #include "esd/prefs_writer.h"
 
-#include "esd/esd_streams.h"
 #include "esd/xml_writer.h"
 #include "platform/fs_ops.h"
+#include "platform/safe_fs.h"
 
 #include <sstream>
 #include <stdexcept>
@@ -147,8 +147,15 @@ bool PrefsWriter::Save() {
   if (!lock.held()) {
     return false;
   }
-  ESDofstream file(prefsPath_, "wb", std::ios::binary);
-  if (!file.is_open()) {
+  // Opened as a file of its own: a link at its name is not followed and a
+  // FIFO there is refused, and in a user's folder a privileged process
+  // writes it as that user.
+  platform::OpenOptions replace;
+  replace.access = platform::FileAccess::kWrite;
+  replace.create = true;
+  replace.truncate = true;
+  platform::ScopedFd file;
+  if (!platform::OpenFileAt(prefsPath_, replace, file)) {
     return false;
   }
   bool written = true;
@@ -159,12 +166,9 @@ bool PrefsWriter::Save() {
     std::ostringstream text;
     WriteXMLNode(text, document);
     const std::string bytes = text.str();
-    file.stream()->write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    file.stream()->flush();
-    written = file.stream()->good();
+    written = platform::WriteAll(file.get(), bytes.data(), bytes.size());
   }
-  file.close();
-  written = written && !file.stream()->fail();
+  file.reset();
   RecordSavedDate();
   const bool released = lock.Release();
   return written && released;

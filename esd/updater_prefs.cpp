@@ -3,9 +3,10 @@
 #include "platform/folders.h"
 #include "platform/fs_ops.h"
 #include "platform/paths.h"
+#include "platform/safe_fs.h"
 
-#include <fstream>
 #include <mutex>
+#include <sstream>
 #include <stdexcept>
 
 namespace {
@@ -13,6 +14,8 @@ namespace {
 constexpr int kUserSupportKind = 7;
 constexpr int kUserTemporaryKind = 2;
 constexpr int kLocalSupportKind = 13;
+// A stamp is one short word; a larger file is no stamp.
+constexpr size_t kMaxStampBytes = 64 * 1024;
 
 std::mutex override_mutex;
 std::string prefs_folder_override;
@@ -51,8 +54,16 @@ std::string UserCacheDefault() {
   return platform::JoinPath(base, "Nuvex");
 }
 
+// The first whitespace-delimited word of a small file; empty when the file
+// cannot be read as one (a link, a FIFO, more than kMaxStampBytes).
 std::string FirstWordOf(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
+  platform::ScopedFd file;
+  std::string content;
+  if (!platform::OpenFileAt(path, platform::OpenOptions(), file) ||
+      !platform::ReadAll(file.get(), content, kMaxStampBytes)) {
+    return std::string();
+  }
+  std::istringstream in(content);
   std::string word;
   in >> word;
   return word;
