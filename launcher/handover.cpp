@@ -100,13 +100,17 @@ int RunHandOver() {
   }
 
   std::string user_local;
+  platform::Credentials zelto_user;
+  bool as_user = false;
   if (GetUserLocalPath(user_local)) {
-    SetUserLocalPathArgument(platform::DirName(user_local).c_str());
+    const std::string handed_folder = platform::DirName(user_local);
+    SetUserLocalPathArgument(handed_folder.c_str());
+    as_user = ZeltoUserFor(handed_folder, zelto_user);
   }
   UpdaterLogValue(kLauncherLines, "Oru Launcher : Zelto executable path is ", zelto);
   UpdaterLogClose();
 
-  const bool launched = LaunchZelto(zelto, gZeltoArguments);
+  const bool launched = LaunchZelto(zelto, gZeltoArguments, as_user ? &zelto_user : nullptr);
   FreeUserLocalPathArgument();
   if (!launched) {
     HandBack();

@@ -2,6 +2,7 @@
 
 #include "esd/format_string.h"
 #include "esd/updater_prefs.h"
+#include "launcher/log_file_rule.h"
 #include "launcher/user_local_path.h"
 #include "oobe/log_manager.h"
 #include "platform/paths.h"
@@ -97,13 +98,19 @@ bool UpdaterLogStart() {
   if (level <= 0) {
     return true;
   }
-  if (path.empty()) {
+  // The stored value is the user's choice and is left as it is; only this
+  // run writes to the default instead.
+  const std::string refusal = path.empty() ? std::string() : LogFileRefusal(path);
+  if (path.empty() || !refusal.empty()) {
     path = UpdaterDefaultLogFile();
   }
   UpdaterLogOpen(path, level, "", "UPDATER", "SHARED");
   UpdaterLogText(1, "Application Version: ", kApplicationVersion);
   UpdaterLogValue(2, "cmdline option: -logFile", path);
   UpdaterLogInt(2, "cmdline option: -logLevel", level);
+  if (!refusal.empty()) {
+    UpdaterLogWrite(2, refusal);
+  }
   return true;
 }
 

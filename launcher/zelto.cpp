@@ -3,6 +3,7 @@
 #include "platform/folders.h"
 #include "platform/launch.h"
 #include "platform/paths.h"
+#include "platform/safe_fs.h"
 
 namespace {
 
@@ -24,6 +25,17 @@ bool FindZeltoExecutable(std::string& path) {
   return true;
 }
 
-bool LaunchZelto(const std::string& path, char* const* arguments) {
-  return platform::LaunchApplication(path, arguments);
+bool LaunchZelto(const std::string& path, char* const* arguments,
+                 const platform::Credentials* as_user) {
+  return platform::LaunchApplication(path, arguments, as_user);
+}
+
+bool ZeltoUserFor(const std::string& handed_folder, platform::Credentials& out) {
+  platform::FolderHandle folder;
+  if (!platform::IsPrivileged() || !platform::OpenFolder(handed_folder, folder) ||
+      folder.owner() == 0) {
+    return false;
+  }
+  out = platform::CredentialsOf(folder.owner(), folder.info().st_gid);
+  return true;
 }

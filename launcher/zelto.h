@@ -2,6 +2,8 @@
 #ifndef ORU_LAUNCHER_ZELTO_H
 #define ORU_LAUNCHER_ZELTO_H
 
+#include "platform/identity.h"
+
 #include <string>
 
 // The executable inside the machine-wide application support area:
@@ -11,6 +13,15 @@ bool FindZeltoExecutable(std::string& path);
 
 // Starts a new, detached instance with the arguments (null-terminated, or
 // null for none). True only when it was started.
-bool LaunchZelto(const std::string& path, char* const* arguments);
+// Starts Zelto, detached, with the argument vector; with `as_user`, as that
+// user (see platform::LaunchApplication).
+bool LaunchZelto(const std::string& path, char* const* arguments,
+                 const platform::Credentials* as_user = nullptr);
+
+// Who Zelto runs as: Zelto is the user's application, so a privileged
+// launcher that hands over a folder belonging to another user starts it as
+// that user (its groups and gid, or the folder's group for a uid without a
+// password-database entry). False: start it as this process is.
+bool ZeltoUserFor(const std::string& handed_folder, platform::Credentials& out);
 
 #endif // ORU_LAUNCHER_ZELTO_H

@@ -95,6 +95,15 @@ long long FakeZelto::StartNanoseconds() const {
   return nanoseconds;
 }
 
+std::string FakeZelto::Identity() const {
+  std::ifstream in(path_ + ".record");
+  long long nanoseconds = 0;
+  std::string identity;
+  in >> nanoseconds;
+  std::getline(in, identity);
+  return identity.empty() ? identity : identity.substr(1);
+}
+
 std::vector<LogEntry> ReadLog(const std::string& path) {
   std::ifstream in(path);
   std::vector<LogEntry> entries;

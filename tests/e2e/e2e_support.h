@@ -35,6 +35,8 @@ public:
   bool WaitForStart();
   std::vector<std::string> Arguments() const;
   long long StartNanoseconds() const;
+  // Who it ran as: "uid=U gid=G groups=...".
+  std::string Identity() const;
   bool Started() const;
 
 private:
