@@ -11,9 +11,7 @@
 
 namespace {
 
-constexpr int kUserSupportKind = 7;
-constexpr int kUserTemporaryKind = 2;
-constexpr int kLocalSupportKind = 13;
+using platform::SystemFolderKind;
 // A stamp is one short word; a larger file is no stamp.
 constexpr size_t kMaxStampBytes = 64 * 1024;
 
@@ -47,8 +45,8 @@ std::string PrefsFolderOrEmpty() {
 
 std::string UserCacheDefault() {
   std::string base;
-  if (!platform::FindSystemFolder(kUserSupportKind, base, true) &&
-      !platform::FindSystemFolder(kUserTemporaryKind, base, true)) {
+  if (!platform::FindSystemFolder(SystemFolderKind::kUserSupport, base, true) &&
+      !platform::FindSystemFolder(SystemFolderKind::kLocalTemporary, base, true)) {
     return std::string();
   }
   return platform::JoinPath(base, "Nuvex");
@@ -71,7 +69,7 @@ std::string FirstWordOf(const std::string& path) {
 
 } // namespace
 
-bool GetUpdaterFolder(int system_folder_kind, std::string& out) {
+bool GetUpdaterFolder(SystemFolderKind system_folder_kind, std::string& out) {
   std::string base;
   uint16_t base_bits = 0;
   if (!platform::FindSystemFolder(system_folder_kind, base, true) ||
@@ -97,7 +95,8 @@ bool GetUpdaterPrefsFolder(std::string& out) {
     out = override_folder;
     return true;
   }
-  return GetUpdaterFolder(kUserSupportKind, out) || GetUpdaterFolder(kUserTemporaryKind, out);
+  return GetUpdaterFolder(SystemFolderKind::kUserSupport, out) ||
+         GetUpdaterFolder(SystemFolderKind::kLocalTemporary, out);
 }
 
 void SetUpdaterPrefsFolderOverride(const std::string& folder) {
@@ -112,7 +111,7 @@ std::string GetUpdaterPrefsFolderOverride() {
 
 bool GetUpdaterInventoryFolder(std::string& out) {
   std::string base;
-  if (!platform::FindSystemFolder(kLocalSupportKind, base, false)) {
+  if (!platform::FindSystemFolder(SystemFolderKind::kLocalSupport, base, false)) {
     return false;
   }
   out = platform::JoinPath(

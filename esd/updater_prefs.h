@@ -6,6 +6,7 @@
 #include "esd/prefs_writer.h"
 #include "esd/typed_prefs.h"
 #include "locks/resource_locker.h"
+#include "platform/folders.h"
 
 #include <memory>
 #include <string>
@@ -14,7 +15,7 @@
 // The user's updater folder ("Nuvex/OruUpdater/1.0" under the folder of a
 // FindSystemFolder kind), made with missing levels that take the permission
 // bits of the folder above them.
-bool GetUpdaterFolder(int system_folder_kind, std::string& out);
+bool GetUpdaterFolder(platform::SystemFolderKind system_folder_kind, std::string& out);
 
 // The preferences folder: the process-wide override when set, else the
 // updater folder under kind 7, else under kind 2.

@@ -1,5 +1,6 @@
 #include "esd/format_string.h"
 #include "esd/updater_prefs.h"
+#include "launcher/log_file_rule.h"
 #include "launcher/updater_log.h"
 #include "launcher/user_local_path.h"
 #include "platform/folders.h"
@@ -232,6 +233,48 @@ TEST_F(UpdaterLogTest, PrefsLinesGoThroughTheFacadeOnceItIsOpen) {
   });
   EXPECT_EQ(status, 0);
   EXPECT_TRUE(Contains(Messages(log), "Could not get Updater Inventory path on machine "));
+}
+
+TEST(LogFileRuleTest, PathIsInsideComparesStandardFormsByWholeComponents) {
+  EXPECT_TRUE(PathIsInside("/home/u/a/oruu.log", "/home/u/a"));
+  EXPECT_TRUE(PathIsInside("/home/u/a", "/home/u/a/"));
+  EXPECT_TRUE(PathIsInside("/home//u/./a/b/../c.log", "/home/u/a"));
+  EXPECT_FALSE(PathIsInside("/home/u/ab/oruu.log", "/home/u/a"));
+  EXPECT_FALSE(PathIsInside("/home/u/a/../../etc/passwd", "/home/u/a"));
+  EXPECT_FALSE(PathIsInside("relative/oruu.log", "/home/u/a"));
+  EXPECT_FALSE(PathIsInside("/home/u/a/x", ""));
+}
+
+TEST_F(UpdaterLogTest, LogFileWithAControlCharacterIsRefusedWithOneLineAndTheDefaultIsUsed) {
+  const std::string chosen = sandbox_.Path("chosen.log");
+  WritePrefs("<LogLevel>2</LogLevel><LogFile>" + chosen + "\nforged | line</LogFile>");
+  const int status = RunInChild([&] {
+    UpdaterLogStart();
+    UpdaterLogClose();
+    return 0;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_FALSE(platform::PathExists(chosen));
+  const auto messages = Messages(DefaultLog());
+  EXPECT_TRUE(Contains(messages, "cmdline option: -logFile = " + DefaultLog()));
+  EXPECT_EQ(std::count(messages.begin(), messages.end(),
+                       "Oru Launcher : WARNING - LogFile preference refused: it holds a control "
+                       "character. Using the default log file."),
+            1);
+  // The stored value is the user's and stays as it was.
+  EXPECT_NE(oru_testing::ReadFile(PrefsFile()).find("forged | line"), std::string::npos);
+}
+
+TEST_F(UpdaterLogTest, LogFileOutsideTheUpdaterFolderIsUsedWhenNoOtherUserIsInvolved) {
+  const std::string chosen = sandbox_.Path("chosen.log");
+  WritePrefs("<LogLevel>2</LogLevel><LogFile>" + chosen + "</LogFile>");
+  const int status = RunInChild([&] {
+    UpdaterLogStart();
+    UpdaterLogClose();
+    return 0;
+  });
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(Contains(Messages(chosen), "cmdline option: -logFile = " + chosen));
 }
 
 TEST_F(UpdaterLogTest, UserLocalPathCacheWinsOverTheFolderLookup) {

@@ -4,9 +4,6 @@
 
 namespace {
 
-constexpr int kUserSupportKind = 7;
-constexpr int kUserTemporaryKind = 2;
-
 std::string& Cache() {
   static std::string cache;
   return cache;
@@ -23,5 +20,6 @@ bool GetUserLocalPath(std::string& out) {
     out = Cache();
     return true;
   }
-  return GetUpdaterFolder(kUserSupportKind, out) || GetUpdaterFolder(kUserTemporaryKind, out);
+  return GetUpdaterFolder(platform::SystemFolderKind::kUserSupport, out) ||
+         GetUpdaterFolder(platform::SystemFolderKind::kLocalTemporary, out);
 }

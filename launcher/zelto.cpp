@@ -5,16 +5,10 @@
 #include "platform/paths.h"
 #include "platform/safe_fs.h"
 
-namespace {
-
-constexpr int kLocalSupportKind = 13;
-
-} // namespace
-
 bool FindZeltoExecutable(std::string& path) {
   path.clear();
   std::string folder;
-  if (!platform::FindSystemFolder(kLocalSupportKind, folder, false)) {
+  if (!platform::FindSystemFolder(platform::SystemFolderKind::kLocalSupport, folder, false)) {
     return false;
   }
   for (const char* component :

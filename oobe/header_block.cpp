@@ -11,12 +11,11 @@ namespace oobe {
 
 namespace {
 
-constexpr int kClientFolderKind = 30;
 constexpr size_t kRuleWidth = 78;
 
 bool ClientVersion(std::string& version) {
   std::string bundle;
-  if (!platform::GetStandardPath(kClientFolderKind, bundle)) {
+  if (!platform::GetStandardPath(platform::StandardPathKind::kVornica, bundle)) {
     return false;
   }
   platform::AppendPathComponent(bundle, "Dex/Vornica.app");

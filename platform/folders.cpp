@@ -39,32 +39,32 @@ constexpr std::array<FolderSpec, 14> kSystemFolderKinds = {{
     {kApplicationSupportFolderType, kLocal}, // 13
 }};
 
-constexpr int kRootSystemFolderKind = 14;
-
 // The base of a kind that appends a suffix, and whose lookup result is
 // deliberately ignored: true means "the path is known".
 enum class SuffixBase { kLocalSupport, kConsoleSupport, kLocalSharedData, kLocalUtilities };
 
 struct SuffixKind {
-  int kind;
+  StandardPathKind kind;
   SuffixBase base;
   const char* suffix;
 };
 
 constexpr std::array<SuffixKind, 13> kSuffixKinds = {{
-    {18, SuffixBase::kLocalSupport, "/Nuvex"},
-    {19, SuffixBase::kConsoleSupport, "/Nuvex"},
-    {20, SuffixBase::kLocalSharedData, "/Nuvex"},
-    {21, SuffixBase::kLocalSupport, "/Nuvex/OOBE"},
-    {22, SuffixBase::kConsoleSupport, "/Nuvex/OOBE"},
-    {23, SuffixBase::kLocalSharedData, "/Nuvex/OOBE"},
-    {24, SuffixBase::kLocalUtilities, "/Nuvex Application Manager/"},
-    {25, SuffixBase::kLocalSupport, "/Nuvex/OOBE/Zelto"},
-    {26, SuffixBase::kConsoleSupport, "/Nuvex/OOBE/Zelto"},
-    {27, SuffixBase::kLocalSupport, "/Nuvex/NuvexApplicationManager/OruRefs"},
-    {28, SuffixBase::kLocalSupport, "/Nuvex/NdcRefs"},
-    {29, SuffixBase::kLocalSupport, "/Nuvex/Nuvex Desktop Common"},
-    {30, SuffixBase::kLocalUtilities, "/Nuvex Vornica/"},
+    {StandardPathKind::kLocalNuvex, SuffixBase::kLocalSupport, "/Nuvex"},
+    {StandardPathKind::kConsoleNuvex, SuffixBase::kConsoleSupport, "/Nuvex"},
+    {StandardPathKind::kSharedNuvex, SuffixBase::kLocalSharedData, "/Nuvex"},
+    {StandardPathKind::kLocalOobe, SuffixBase::kLocalSupport, "/Nuvex/OOBE"},
+    {StandardPathKind::kConsoleOobe, SuffixBase::kConsoleSupport, "/Nuvex/OOBE"},
+    {StandardPathKind::kSharedOobe, SuffixBase::kLocalSharedData, "/Nuvex/OOBE"},
+    {StandardPathKind::kApplicationManager, SuffixBase::kLocalUtilities,
+     "/Nuvex Application Manager/"},
+    {StandardPathKind::kLocalZelto, SuffixBase::kLocalSupport, "/Nuvex/OOBE/Zelto"},
+    {StandardPathKind::kConsoleZelto, SuffixBase::kConsoleSupport, "/Nuvex/OOBE/Zelto"},
+    {StandardPathKind::kOruRefs, SuffixBase::kLocalSupport,
+     "/Nuvex/NuvexApplicationManager/OruRefs"},
+    {StandardPathKind::kNdcRefs, SuffixBase::kLocalSupport, "/Nuvex/NdcRefs"},
+    {StandardPathKind::kDesktopCommon, SuffixBase::kLocalSupport, "/Nuvex/Nuvex Desktop Common"},
+    {StandardPathKind::kVornica, SuffixBase::kLocalUtilities, "/Nuvex Vornica/"},
 }};
 
 bool FindConsoleUserFolder(FolderType type, std::string& out) {
@@ -91,7 +91,7 @@ void AppendToBase(SuffixBase base, const char* suffix, std::string& out) {
   out += suffix;
 }
 
-bool GetSuffixedStandardPath(int kind, std::string& out) {
+bool GetSuffixedStandardPath(StandardPathKind kind, std::string& out) {
   for (const SuffixKind& entry : kSuffixKinds) {
     if (entry.kind == kind) {
       AppendToBase(entry.base, entry.suffix, out);
@@ -155,15 +155,16 @@ bool FindFolderPath(FolderDomain domain, FolderType type, std::string& out) {
   return FindFolder(domain, type, /*create=*/true, out);
 }
 
-bool FindSystemFolder(int kind, std::string& out, bool create) {
-  if (kind == kRootSystemFolderKind) {
+bool FindSystemFolder(SystemFolderKind kind, std::string& out, bool create) {
+  if (kind == SystemFolderKind::kRoot) {
     out = "/";
     return true;
   }
-  if (kind < 0 || kind >= static_cast<int>(kSystemFolderKinds.size())) {
+  const int number = static_cast<int>(kind);
+  if (number < 0 || number >= static_cast<int>(kSystemFolderKinds.size())) {
     return false;
   }
-  const FolderSpec& spec = kSystemFolderKinds[static_cast<size_t>(kind)];
+  const FolderSpec& spec = kSystemFolderKinds[static_cast<size_t>(number)];
   return FindFolder(spec.domain, spec.type, create, out);
 }
 
@@ -171,38 +172,38 @@ void GetUserNuvexSupportFolder(std::string& out) {
   AppendToBase(SuffixBase::kConsoleSupport, "/Nuvex", out);
 }
 
-bool GetStandardPath(int kind, std::string& out) {
+bool GetStandardPath(StandardPathKind kind, std::string& out) {
   switch (kind) {
-  case 0:
+  case StandardPathKind::kLocalApplications:
     return FindFolderPath(kLocal, kApplicationsFolderType, out);
-  case 2:
-  case 3:
+  case StandardPathKind::kLocalSupportKind2:
+  case StandardPathKind::kLocalSupportKind3:
     return FindFolderPath(kLocal, kApplicationSupportFolderType, out);
-  case 9:
+  case StandardPathKind::kHome:
     out = HomeDirectory();
     return true;
-  case 10:
+  case StandardPathKind::kConsoleDocuments:
     (void)FindConsoleUserFolder(kDocumentsFolderType, out);
     return true;
-  case 12:
+  case StandardPathKind::kConsoleSupport:
     (void)FindConsoleUserFolder(kApplicationSupportFolderType, out);
     return true;
-  case 13:
+  case StandardPathKind::kLocalSharedData:
     (void)FindFolderPath(kLocal, kSharedUserDataFolderType, out);
     return true;
-  case 15:
+  case StandardPathKind::kTmp:
     out = "/tmp";
     return true;
-  case 16:
+  case StandardPathKind::kBundleFolder:
     (void)GetBundleFolder(out);
     return true;
-  case 17:
+  case StandardPathKind::kBundleParent:
     (void)GetBundleFolder(out);
     (void)DeleteLastPathComponent(out);
     return true;
-  case 31:
+  case StandardPathKind::kLocalPreferences:
     return FindFolderPath(kLocal, kPreferencesFolderType, out);
-  case 32:
+  case StandardPathKind::kConsoleLogs:
     return internal::MakeConsoleUserLogsFolderAsConsoleUser(out);
   default:
     return GetSuffixedStandardPath(kind, out);

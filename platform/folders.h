@@ -52,14 +52,64 @@ bool FindFolder(FolderDomain domain, FolderType type, bool create, std::string& 
 // `FindFolder` with `create` set.
 bool FindFolderPath(FolderDomain domain, FolderType type, std::string& out);
 
-// The older numbering: kinds 0-14 (see folders.cpp). Kind 14 is "/" and
-// needs no lookup; kinds 15 and above fail.
-bool FindSystemFolder(int kind, std::string& out, bool create);
+// The older numbering of well-known folders. The numbers are what other
+// programs of the product pass around, so they are fixed; several name the
+// same folder.
+enum class SystemFolderKind : int {
+  kUserFonts = 0,          // "flnt", user
+  kUserTemporary = 1,      // "utmp", user
+  kLocalTemporary = 2,     // "utmp", machine
+  kUserDesktop = 3,        // "desk", user
+  kUserDocuments = 4,      // "docs", user
+  kUserCaches = 5,         // "cach", user
+  kUserPreferences = 6,    // "pref", user
+  kUserSupport = 7,        // "asup", user
+  kLocalSupportKind8 = 8,  // "asup", machine
+  kLocalSupportKind9 = 9,  // "asup", machine
+  kLocalFonts = 10,        // "font", machine
+  kLocalSystemKind11 = 11, // "macs", machine
+  kLocalSystemKind12 = 12, // "macs", machine
+  kLocalSupport = 13,      // "asup", machine
+  kRoot = 14,              // "/", no lookup
+};
 
-// The product numbering: kinds 0-32 (see folders.cpp). Kinds 18-30 append
-// their suffix to whatever `out` holds and return true even when the base
-// lookup failed; callers take true to mean the path is known.
-bool GetStandardPath(int kind, std::string& out);
+// Kind 14 is "/" and needs no lookup; any other number fails.
+bool FindSystemFolder(SystemFolderKind kind, std::string& out, bool create);
+
+// The product numbering of its own folders; numbers not named here mean
+// nothing and fail.
+enum class StandardPathKind : int {
+  kLocalApplications = 0,
+  kLocalSupportKind2 = 2,
+  kLocalSupportKind3 = 3,
+  kHome = 9,
+  kConsoleDocuments = 10,
+  kConsoleSupport = 12,
+  kLocalSharedData = 13,
+  kTmp = 15,
+  kBundleFolder = 16,
+  kBundleParent = 17,
+  kLocalNuvex = 18,
+  kConsoleNuvex = 19,
+  kSharedNuvex = 20,
+  kLocalOobe = 21,
+  kConsoleOobe = 22,
+  kSharedOobe = 23,
+  kApplicationManager = 24,
+  kLocalZelto = 25,
+  kConsoleZelto = 26,
+  kOruRefs = 27,
+  kNdcRefs = 28,
+  kDesktopCommon = 29,
+  kVornica = 30,
+  kLocalPreferences = 31,
+  kConsoleLogs = 32,
+};
+
+// Kinds 18-30 append their suffix to whatever `out` holds and return true
+// even when the base lookup failed; callers take true to mean the path is
+// known.
+bool GetStandardPath(StandardPathKind kind, std::string& out);
 
 // The console user's application support folder followed by "/Nuvex".
 void GetUserNuvexSupportFolder(std::string& out);

@@ -66,7 +66,8 @@ TEST_P(FindSystemFolderKindTest, ResolvesToItsFolder) {
   // Folders inside the sandbox are made on request; fixed system folders
   // are only looked up, and are found exactly when they exist.
   const bool in_sandbox = expected.rfind(sandbox_.root(), 0) == 0;
-  const bool found = FindSystemFolder(GetParam().kind, out, /*create=*/in_sandbox);
+  const bool found =
+      FindSystemFolder(static_cast<SystemFolderKind>(GetParam().kind), out, /*create=*/in_sandbox);
   if (in_sandbox || IsDirectory(expected)) {
     ASSERT_TRUE(found);
     EXPECT_EQ(out, expected);
@@ -102,28 +103,28 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(FoldersTest, SystemFolderKind14IsTheRootWithoutAnyLookup) {
   ScopedEnv no_home("HOME");
   std::string out;
-  ASSERT_TRUE(FindSystemFolder(14, out, false));
+  ASSERT_TRUE(FindSystemFolder(static_cast<SystemFolderKind>(14), out, false));
   EXPECT_EQ(out, "/");
 }
 
 TEST_F(FoldersTest, SystemFolderKind15AndAboveFailAndLeaveTheOutput) {
   for (int kind : {15, 16, 32, 1000, -1}) {
     std::string out = "untouched";
-    EXPECT_FALSE(FindSystemFolder(kind, out, true)) << kind;
+    EXPECT_FALSE(FindSystemFolder(static_cast<SystemFolderKind>(kind), out, true)) << kind;
     EXPECT_EQ(out, "untouched");
   }
 }
 
 TEST_F(FoldersTest, WithoutCreateAMissingFolderIsNotFound) {
   std::string out = "untouched";
-  EXPECT_FALSE(FindSystemFolder(7, out, false));
+  EXPECT_FALSE(FindSystemFolder(static_cast<SystemFolderKind>(7), out, false));
   EXPECT_EQ(out, "untouched");
   EXPECT_FALSE(IsDirectory(sandbox_.data_home()));
 }
 
 TEST_F(FoldersTest, CreateMakesMissingUserFoldersPrivate) {
   std::string out;
-  ASSERT_TRUE(FindSystemFolder(7, out, true));
+  ASSERT_TRUE(FindSystemFolder(static_cast<SystemFolderKind>(7), out, true));
   EXPECT_EQ(ModeOf(sandbox_.home() + "/.local") & 0777, 0700u);
   EXPECT_EQ(ModeOf(out) & 0777, 0700u);
 }
@@ -131,7 +132,7 @@ TEST_F(FoldersTest, CreateMakesMissingUserFoldersPrivate) {
 TEST_F(FoldersTest, FolderThatCannotBeMadeIsNotFound) {
   BreakVariable("XDG_CACHE_HOME");
   std::string out = "untouched";
-  EXPECT_FALSE(FindSystemFolder(5, out, true));
+  EXPECT_FALSE(FindSystemFolder(static_cast<SystemFolderKind>(5), out, true));
   EXPECT_EQ(out, "untouched");
 }
 
@@ -139,7 +140,7 @@ TEST_F(FoldersTest, OverlongFolderPathIsNotFound) {
   const std::string deep = sandbox_.root() + "/" + std::string(1100, 'd');
   ScopedEnv long_cache("XDG_CACHE_HOME", deep);
   std::string out = "untouched";
-  EXPECT_FALSE(FindSystemFolder(5, out, true));
+  EXPECT_FALSE(FindSystemFolder(static_cast<SystemFolderKind>(5), out, true));
   EXPECT_EQ(out, "untouched");
 }
 
@@ -155,7 +156,7 @@ protected:
 
 TEST_P(GetStandardPathKindTest, ResolvesAndReportsSuccess) {
   std::string out;
-  ASSERT_TRUE(GetStandardPath(GetParam().kind, out));
+  ASSERT_TRUE(GetStandardPath(static_cast<StandardPathKind>(GetParam().kind), out));
   EXPECT_EQ(out, GetParam().expected(sandbox_));
 }
 
@@ -220,28 +221,28 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(FoldersTest, StandardPathKindsWithoutMeaningFailAndLeaveTheOutput) {
   for (int kind : {1, 4, 5, 6, 7, 8, 11, 14, 33, 34, 1000, -1}) {
     std::string out = "untouched";
-    EXPECT_FALSE(GetStandardPath(kind, out)) << kind;
+    EXPECT_FALSE(GetStandardPath(static_cast<StandardPathKind>(kind), out)) << kind;
     EXPECT_EQ(out, "untouched") << kind;
   }
 }
 
 TEST_F(FoldersTest, StandardPathKind1ReturnsFalse) {
   std::string out;
-  EXPECT_FALSE(GetStandardPath(1, out));
+  EXPECT_FALSE(GetStandardPath(static_cast<StandardPathKind>(1), out));
 }
 
 TEST_F(FoldersTest, StandardPathKind33ReturnsFalse) {
   std::string out;
-  EXPECT_FALSE(GetStandardPath(33, out));
+  EXPECT_FALSE(GetStandardPath(static_cast<StandardPathKind>(33), out));
 }
 
 TEST_F(FoldersTest, SuffixKindsAppendToWhateverTheOutputHeldWhenTheLookupFails) {
   BreakVariable("XDG_DATA_DIRS");
   std::string out = "prefix";
-  ASSERT_TRUE(GetStandardPath(18, out));
+  ASSERT_TRUE(GetStandardPath(static_cast<StandardPathKind>(18), out));
   EXPECT_EQ(out, "prefix/Nuvex");
   out.clear();
-  ASSERT_TRUE(GetStandardPath(25, out));
+  ASSERT_TRUE(GetStandardPath(static_cast<StandardPathKind>(25), out));
   EXPECT_EQ(out, "/Nuvex/OOBE/Zelto");
 }
 
@@ -254,7 +255,7 @@ TEST_F(FoldersTest, ConsoleSuffixKindsAppendEvenWhenTheUsersFolderCannotBeMade) 
   const std::string expected =
       other_console_user ? user.home + "/.local/share/Nuvex" : std::string("prefix/Nuvex");
   std::string out = "prefix";
-  ASSERT_TRUE(GetStandardPath(19, out));
+  ASSERT_TRUE(GetStandardPath(static_cast<StandardPathKind>(19), out));
   EXPECT_EQ(out, expected);
   out = "prefix";
   GetUserNuvexSupportFolder(out);
@@ -264,22 +265,22 @@ TEST_F(FoldersTest, ConsoleSuffixKindsAppendEvenWhenTheUsersFolderCannotBeMade) 
 TEST_F(FoldersTest, StandardPathsWithALookupResultFailWhenTheLookupFails) {
   BreakVariable("XDG_DATA_DIRS");
   std::string out = "untouched";
-  EXPECT_FALSE(GetStandardPath(2, out));
-  EXPECT_FALSE(GetStandardPath(3, out));
+  EXPECT_FALSE(GetStandardPath(static_cast<StandardPathKind>(2), out));
+  EXPECT_FALSE(GetStandardPath(static_cast<StandardPathKind>(3), out));
   EXPECT_EQ(out, "untouched");
 }
 
 TEST_F(FoldersTest, StandardPathKind17IsTheFolderOfKind16) {
   std::string bundle;
   std::string parent;
-  ASSERT_TRUE(GetStandardPath(16, bundle));
-  ASSERT_TRUE(GetStandardPath(17, parent));
+  ASSERT_TRUE(GetStandardPath(static_cast<StandardPathKind>(16), bundle));
+  ASSERT_TRUE(GetStandardPath(static_cast<StandardPathKind>(17), parent));
   EXPECT_EQ(parent, DirName(bundle));
 }
 
 TEST_F(FoldersTest, LogsFolderKindMakesEveryMissingLevelPrivate) {
   std::string out;
-  ASSERT_TRUE(GetStandardPath(32, out));
+  ASSERT_TRUE(GetStandardPath(static_cast<StandardPathKind>(32), out));
   EXPECT_TRUE(IsDirectory(out));
   EXPECT_EQ(ModeOf(sandbox_.home() + "/.local") & 0777, 0700u);
   EXPECT_EQ(ModeOf(out) & 0777, 0700u);
@@ -288,7 +289,7 @@ TEST_F(FoldersTest, LogsFolderKindMakesEveryMissingLevelPrivate) {
 TEST_F(FoldersTest, LogsFolderKindFailsWhenTheFolderCannotBeMade) {
   BreakVariable("XDG_STATE_HOME");
   std::string out = "untouched";
-  EXPECT_FALSE(GetStandardPath(32, out));
+  EXPECT_FALSE(GetStandardPath(static_cast<StandardPathKind>(32), out));
   EXPECT_EQ(out, "untouched");
 }
 
