@@ -1,9 +1,9 @@
 #include "tools/oructl/log_records.h"
 
 #include "platform/paths.h"
+#include "platform/safe_fs.h"
 
 #include <algorithm>
-#include <dirent.h>
 #include <fstream>
 
 namespace oructl {
@@ -52,9 +52,10 @@ std::vector<std::string> LogFilesOf(const std::string& live) {
   const std::string folder = platform::DirName(without);
   const std::string prefix = platform::BaseName(without) + " ";
   std::vector<std::string> files;
-  if (DIR* dir = opendir(folder.c_str())) {
-    while (const struct dirent* entry = readdir(dir)) {
-      const std::string name = entry->d_name;
+  platform::FolderHandle handle;
+  std::vector<std::string> names;
+  if (platform::OpenFolder(folder, handle) && platform::ListFolder(handle, names)) {
+    for (const std::string& name : names) {
       const bool same_ext = !has_ext || (name.size() > ext.size() + 1 &&
                                          name.compare(name.size() - ext.size() - 1,
                                                       std::string::npos, "." + ext) == 0);
@@ -62,7 +63,6 @@ std::vector<std::string> LogFilesOf(const std::string& live) {
         files.push_back(folder + "/" + name);
       }
     }
-    closedir(dir);
   }
   std::sort(files.begin(), files.end());
   files.push_back(live);
