@@ -100,13 +100,13 @@ int RunHandOver() {
   }
 
   std::string user_local;
-  platform::Credentials zelto_user;
-  bool as_user = false;
+  std::string handed_folder;
   if (GetUserLocalPath(user_local)) {
-    const std::string handed_folder = platform::DirName(user_local);
+    handed_folder = platform::DirName(user_local);
     SetUserLocalPathArgument(handed_folder.c_str());
-    as_user = ZeltoUserFor(handed_folder, zelto_user);
   }
+  platform::Credentials zelto_user;
+  const bool as_user = ZeltoUserFor(handed_folder, zelto_user);
   UpdaterLogValue(kLauncherLines, "Oru Launcher : Zelto executable path is ", zelto);
   UpdaterLogClose();
 

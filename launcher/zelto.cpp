@@ -25,11 +25,19 @@ bool LaunchZelto(const std::string& path, char* const* arguments,
 }
 
 bool ZeltoUserFor(const std::string& handed_folder, platform::Credentials& out) {
-  platform::FolderHandle folder;
-  if (!platform::IsPrivileged() || !platform::OpenFolder(handed_folder, folder) ||
-      folder.owner() == 0) {
+  if (!platform::IsPrivileged()) {
     return false;
   }
-  out = platform::CredentialsOf(folder.owner(), folder.info().st_gid);
-  return true;
+  // The handed folder's owner; when that is root (the user's own folders
+  // could not be used and the machine's temporary folder served) or there
+  // is none, the owner of the home folder, so that a user cannot get Zelto
+  // started as root by breaking their own folders.
+  for (const std::string& path : {handed_folder, platform::HomeDirectory()}) {
+    platform::FolderHandle folder;
+    if (!path.empty() && platform::OpenFolder(path, folder) && folder.owner() != 0) {
+      out = platform::CredentialsOf(folder.owner(), folder.info().st_gid);
+      return true;
+    }
+  }
+  return false;
 }

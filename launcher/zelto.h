@@ -21,7 +21,9 @@ bool LaunchZelto(const std::string& path, char* const* arguments,
 // Who Zelto runs as: Zelto is the user's application, so a privileged
 // launcher that hands over a folder belonging to another user starts it as
 // that user (its groups and gid, or the folder's group for a uid without a
-// password-database entry). False: start it as this process is.
+// password-database entry). When the handed folder is root's or unknown
+// (empty), the home folder's owner counts. False: start it as this process
+// is.
 bool ZeltoUserFor(const std::string& handed_folder, platform::Credentials& out);
 
 #endif // ORU_LAUNCHER_ZELTO_H

@@ -59,7 +59,7 @@ FakeZelto::FakeZelto(const std::string& path, const std::string& program) : path
   platform::CopyFileContents(program, path);
   chmod(path.c_str(), 0755);
   mkfifo((path + ".fifo").c_str(), 0600);
-  fifo_ = open((path + ".fifo").c_str(), O_RDONLY | O_NONBLOCK);
+  fifo_ = open((path + ".fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
 }
 
 FakeZelto::~FakeZelto() {
@@ -70,7 +70,17 @@ FakeZelto::~FakeZelto() {
 
 bool FakeZelto::WaitForStart() {
   struct pollfd wait = {fifo_, POLLIN, 0};
-  return poll(&wait, 1, 10000) == 1 && (wait.revents & POLLIN) && Started();
+  if (poll(&wait, 1, 10000) != 1 || !(wait.revents & POLLIN)) {
+    return false;
+  }
+  // Emptied and opened anew, so that the next start is waited for: once
+  // its writer has gone, an end that saw one reports a hang-up at once.
+  char bytes[64];
+  while (read(fifo_, bytes, sizeof bytes) > 0) {
+  }
+  close(fifo_);
+  fifo_ = open((path_ + ".fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  return Started();
 }
 
 bool FakeZelto::Started() const {
