@@ -59,7 +59,10 @@ FakeZelto::FakeZelto(const std::string& path, const std::string& program) : path
   platform::CopyFileContents(program, path);
   chmod(path.c_str(), 0755);
   mkfifo((path + ".fifo").c_str(), 0600);
-  fifo_ = open((path + ".fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  // Read and write: holding a writer of its own, the FIFO never reports a
+  // hang-up when an app closes it (Linux allows this on a FIFO), so every
+  // wait is for a new byte.
+  fifo_ = open((path + ".fifo").c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
 }
 
 FakeZelto::~FakeZelto() {
@@ -73,13 +76,10 @@ bool FakeZelto::WaitForStart() {
   if (poll(&wait, 1, 10000) != 1 || !(wait.revents & POLLIN)) {
     return false;
   }
-  // Emptied and opened anew, so that the next start is waited for: once
-  // its writer has gone, an end that saw one reports a hang-up at once.
+  // Emptied, so that the next start is waited for anew.
   char bytes[64];
   while (read(fifo_, bytes, sizeof bytes) > 0) {
   }
-  close(fifo_);
-  fifo_ = open((path_ + ".fifo").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   return Started();
 }
 
