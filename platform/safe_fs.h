@@ -45,8 +45,10 @@ public:
   const struct stat& info() const { return info_; }
   uid_t owner() const { return info_.st_uid; }
 
-  // Internal to platform/: adopts a descriptor checked to be a folder.
+  // Internal to platform/: adopts a descriptor checked to be a folder, or
+  // shares the descriptor of `held` with fresher status.
   static FolderHandle Adopt(ScopedFd fd, std::string path, const struct stat& info);
+  static FolderHandle Adopt(const FolderHandle& held, const struct stat& info);
 
 private:
   std::shared_ptr<ScopedFd> fd_;

@@ -8,6 +8,7 @@
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <mutex>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -141,6 +142,69 @@ bool MakeLevel(const FolderHandle& parent, const std::string& name, mode_t mode)
   return true;
 }
 
+// Folders resolved by a full walk, kept open for the next walks of the same
+// path: the preferences and log folders are walked on every operation.
+// An entry is used only while the path still names the very folder held (a
+// kernel look-up of the path finds the same device and inode), and only by
+// a process of the same standing that resolved it; the descriptor used is
+// always the one the full walk checked, so a link or swap made since can
+// only make the entry miss.
+class ResolvedFolders {
+public:
+  bool Find(const std::string& path, FolderHandle& out) {
+    FolderHandle held;
+    {
+      const std::lock_guard<std::mutex> guard(mutex_);
+      const bool privileged = IsPrivileged();
+      for (auto it = entries_.begin(); it != entries_.end(); ++it) {
+        if (it->path == path && it->privileged == privileged) {
+          held = it->handle;
+          break;
+        }
+      }
+    }
+    struct stat named;
+    struct stat info;
+    if (!held.IsOpen() || stat(path.c_str(), &named) != 0 || fstat(held.fd(), &info) != 0 ||
+        named.st_dev != info.st_dev || named.st_ino != info.st_ino) {
+      return false;
+    }
+    // Owner and mode as they are now: they decide whose identity acts here.
+    out = FolderHandle::Adopt(held, info);
+    return true;
+  }
+
+  void Remember(const std::string& path, const FolderHandle& handle) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    const bool privileged = IsPrivileged();
+    for (auto it = entries_.begin(); it != entries_.end(); ++it) {
+      if (it->path == path && it->privileged == privileged) {
+        entries_.erase(it);
+        break;
+      }
+    }
+    if (entries_.size() >= kMaxEntries) {
+      entries_.erase(entries_.begin());
+    }
+    entries_.push_back({path, privileged, handle});
+  }
+
+private:
+  static constexpr size_t kMaxEntries = 8;
+  struct Entry {
+    std::string path;
+    bool privileged;
+    FolderHandle handle;
+  };
+  std::mutex mutex_;
+  std::vector<Entry> entries_;
+};
+
+ResolvedFolders& Resolved() {
+  static ResolvedFolders* folders = new ResolvedFolders; // used until the very end
+  return *folders;
+}
+
 enum class WalkEnd {
   kFolder,     // the whole path is a folder
   kEntry,      // stop before the last component, whatever it is
@@ -172,8 +236,8 @@ std::string LastComponent(const std::string& path) {
 // Walks `path` from "/". On success `folder` is the folder reached
 // (kFolder) or the folder holding `leaf` (the entry modes). `create_mode`,
 // when given, makes missing folders on the way.
-bool Walk(const std::string& path, WalkEnd end, const mode_t* create_mode, FolderHandle& folder,
-          std::string& leaf) {
+bool FullWalk(const std::string& path, WalkEnd end, const mode_t* create_mode, FolderHandle& folder,
+              std::string& leaf) {
   if (path.empty() || path.front() != '/') {
     return Fail(EINVAL);
   }
@@ -265,6 +329,49 @@ bool Walk(const std::string& path, WalkEnd end, const mode_t* create_mode, Folde
   return OpenParentFolder(current, folder);
 }
 
+// The folder part of `path` and its last component, when the last
+// component is an ordinary name.
+bool SplitLast(const std::string& path, std::string& folder, std::string& name) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos || slash + 1 >= path.size()) {
+    return false;
+  }
+  name = path.substr(slash + 1);
+  folder = slash == 0 ? "/" : path.substr(0, slash);
+  return IsSingleComponent(name);
+}
+
+// FullWalk, taking the folder from ResolvedFolders where it may.
+bool Walk(const std::string& path, WalkEnd end, const mode_t* create_mode, FolderHandle& folder,
+          std::string& leaf) {
+  if (path.empty() || path.front() != '/') {
+    return Fail(EINVAL);
+  }
+  const bool entry = end != WalkEnd::kFolder;
+  std::string folder_path = path;
+  std::string name;
+  if (entry && !SplitLast(path, folder_path, name)) {
+    return FullWalk(path, end, create_mode, folder, leaf);
+  }
+  FolderHandle found;
+  if (!Resolved().Find(folder_path, found)) {
+    std::string unused;
+    if (!FullWalk(folder_path, WalkEnd::kFolder, create_mode, found, unused)) {
+      return false;
+    }
+    Resolved().Remember(folder_path, found);
+  }
+  // A last component that is a link to follow needs the full rules.
+  struct stat info;
+  if (end == WalkEnd::kEntryFollow &&
+      fstatat(found.fd(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(info.st_mode)) {
+    return FullWalk(path, end, create_mode, folder, leaf);
+  }
+  folder = found;
+  leaf = name;
+  return true;
+}
+
 int AccessFlags(FileAccess access) {
   switch (access) {
   case FileAccess::kRead:
@@ -311,6 +418,12 @@ FolderHandle FolderHandle::Adopt(ScopedFd fd, std::string path, const struct sta
   FolderHandle handle;
   handle.fd_ = std::make_shared<ScopedFd>(std::move(fd));
   handle.path_ = std::move(path);
+  handle.info_ = info;
+  return handle;
+}
+
+FolderHandle FolderHandle::Adopt(const FolderHandle& held, const struct stat& info) {
+  FolderHandle handle = held;
   handle.info_ = info;
   return handle;
 }
