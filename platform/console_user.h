@@ -2,17 +2,14 @@
 #ifndef ORU_PLATFORM_CONSOLE_USER_H
 #define ORU_PLATFORM_CONSOLE_USER_H
 
-#include <string>
+#include "platform/identity.h"
+
 #include <sys/types.h>
 
 namespace platform {
 
-struct ConsoleUser {
-  uid_t uid = 0;
-  gid_t gid = 0;
-  std::string name;
-  std::string home;
-};
+// The console user's password-database entry.
+using ConsoleUser = UserRecord;
 
 // False when nobody is logged in at the console.
 bool GetConsoleUser(ConsoleUser& user);

@@ -5,7 +5,6 @@
 #endif
 
 #include "platform/console_user.h"
-#include "platform/identity.h"
 
 #include <systemd/sd-login.h>
 
@@ -13,15 +12,7 @@ namespace platform {
 
 bool GetConsoleUser(ConsoleUser& user) {
   uid_t uid = 0;
-  UserRecord record;
-  if (sd_seat_get_active("seat0", nullptr, &uid) < 0 || !LookUpUser(uid, record)) {
-    return false;
-  }
-  user.uid = record.uid;
-  user.gid = record.gid;
-  user.name = record.name;
-  user.home = record.home;
-  return true;
+  return sd_seat_get_active("seat0", nullptr, &uid) >= 0 && LookUpUser(uid, user);
 }
 
 } // namespace platform

@@ -18,21 +18,6 @@ namespace {
 
 constexpr size_t kCopyChunkBytes = 1 << 20;
 
-bool WriteAll(int fd, const char* bytes, size_t size) {
-  while (size > 0) {
-    const ssize_t written = write(fd, bytes, size);
-    if (written < 0) {
-      if (errno == EINTR) {
-        continue;
-      }
-      return false;
-    }
-    bytes += written;
-    size -= static_cast<size_t>(written);
-  }
-  return true;
-}
-
 bool CopyByReading(int from, int to) {
   std::vector<char> chunk(kCopyChunkBytes);
   while (true) {

@@ -52,6 +52,12 @@ protected:
     return folder;
   }
 
+  int MakeFoldersAsUser(const std::string& path) {
+    return RunInChild([&] {
+      return setgid(kUserGid) == 0 && setuid(kUserUid) == 0 && MakeFolders(path, 0755) ? 0 : 1;
+    });
+  }
+
   // A file only root may change, outside every user's folder.
   std::string RootFile() {
     const std::string file = sandbox_.Path("root-only");
@@ -221,6 +227,31 @@ TEST_F(SafeFsTest, WhatRootMakesInAUsersFolderBelongsToTheUser) {
   EXPECT_TRUE(created);
   EXPECT_EQ(LstatOf(user + "/a/b/file").st_uid, kUserUid);
   EXPECT_EQ(geteuid(), 0u) << "the identity is given back";
+}
+
+TEST_F(SafeFsTest, AFolderSwappedForALinkAfterItWasResolvedIsNotUsed) {
+  RequireRoot();
+  const std::string user = UserFolder();
+  ASSERT_EQ(MakeFoldersAsUser(user + "/logs"), 0);
+  ScopedFd fd;
+  ASSERT_TRUE(OpenFileAt(user + "/logs/first", ForWriting(), fd));
+  // Between two opens the user moves the folder away and links its name to
+  // a folder of root's.
+  ASSERT_EQ(mkdir(sandbox_.Path("roots").c_str(), 0755), 0);
+  ASSERT_EQ(RunInChild([&] {
+              if (setgid(kUserGid) != 0 || setuid(kUserUid) != 0) {
+                return 3;
+              }
+              return rename((user + "/logs").c_str(), (user + "/moved").c_str()) == 0 &&
+                             symlink(sandbox_.Path("roots").c_str(), (user + "/logs").c_str()) == 0
+                         ? 0
+                         : 1;
+            }),
+            0);
+  EXPECT_FALSE(OpenFileAt(user + "/logs/second", ForWriting(), fd));
+  EXPECT_EQ(errno, ELOOP);
+  EXPECT_NE(access(sandbox_.Path("roots/second").c_str(), F_OK), 0);
+  EXPECT_NE(access((user + "/moved/second").c_str(), F_OK), 0);
 }
 
 TEST_F(SafeFsTest, RootReachesNothingInAUsersFolderThatTheUserCouldNot) {
