@@ -1,9 +1,13 @@
 #include "oobe/file_lock.h"
 
+#include <algorithm>
 #include <errno.h>
+#include <mutex>
 #include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/types.h>
+#include <time.h>
+#include <vector>
 
 namespace oobe {
 
@@ -47,7 +51,54 @@ int LookUpOrCreate(key_t key) {
   return created;
 }
 
+// Sets whose last wait ran out in this process.
+std::mutex stuck_mutex;
+std::vector<int> stuck_sets;
+
+bool IsStuck(int set) {
+  const std::lock_guard<std::mutex> guard(stuck_mutex);
+  return std::find(stuck_sets.begin(), stuck_sets.end(), set) != stuck_sets.end();
+}
+
+void MarkStuck(int set, bool stuck) {
+  const std::lock_guard<std::mutex> guard(stuck_mutex);
+  const auto found = std::find(stuck_sets.begin(), stuck_sets.end(), set);
+  if (stuck && found == stuck_sets.end()) {
+    stuck_sets.push_back(set);
+  } else if (!stuck && found != stuck_sets.end()) {
+    stuck_sets.erase(found);
+  }
+}
+
 } // namespace
+
+LockOutcome LockFileBounded(FileLockHandle& handle) {
+  const int set = handle.semaphoreSet;
+  if (set == -1) {
+    return LockOutcome::kFailed;
+  }
+  const bool stuck = IsStuck(set);
+  struct sembuf take = {kLockSemaphore, -1, SEM_UNDO};
+  struct timespec bound = {kLockWaitMilliseconds / 1000, (kLockWaitMilliseconds % 1000) * 1000000L};
+  if (stuck) {
+    take.sem_flg |= IPC_NOWAIT;
+  }
+  // A signal may cut the wait short; the bound then starts again, which at
+  // worst doubles it.
+  while (semtimedop(set, &take, 1, stuck ? nullptr : &bound) != 0) {
+    if (errno == EAGAIN) {
+      MarkStuck(set, true);
+      return LockOutcome::kTimedOut;
+    }
+    if (errno != EINTR) {
+      return LockOutcome::kFailed;
+    }
+  }
+  if (stuck) {
+    MarkStuck(set, false);
+  }
+  return LockOutcome::kTaken;
+}
 
 int FileLockKey(const std::string& log_path) {
   return static_cast<int>(ftok(log_path.c_str(), kFileLockProjectId));

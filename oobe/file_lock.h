@@ -22,6 +22,44 @@ bool CreateFileLock(FileLockHandle& handle, const std::string& log_path);
 // Blocks until the lock is free.
 bool LockFile(FileLockHandle& handle);
 bool UnlockFile(FileLockHandle& handle);
+
+// How long a writer waits for a log file's lock. Any local user can take
+// the lock (the set is open to all) and a holder can be stopped, so no
+// writer waits longer: the record is then appended without the lock, with
+// the one O_APPEND write that keeps it whole.
+constexpr int kLockWaitMilliseconds = 2000;
+
+enum class LockOutcome {
+  kTaken,    // held now; give it back with UnlockFile
+  kTimedOut, // held by another process past the bound
+  kFailed,   // no set to lock
+};
+
+// Takes the lock, waiting at most kLockWaitMilliseconds. After a wait on a
+// set has run out, this process does not wait on that set again until it
+// has taken the lock once more: a stuck holder delays a process once, not
+// at every record.
+LockOutcome LockFileBounded(FileLockHandle& handle);
+
+// Holds a log file's lock (when given a handle) for its lifetime.
+class ScopedFileLock {
+public:
+  explicit ScopedFileLock(FileLockHandle* handle)
+      : handle_(handle), outcome_(handle ? LockFileBounded(*handle) : LockOutcome::kFailed) {}
+  ~ScopedFileLock() {
+    if (outcome_ == LockOutcome::kTaken) {
+      UnlockFile(*handle_);
+    }
+  }
+  ScopedFileLock(const ScopedFileLock&) = delete;
+  ScopedFileLock& operator=(const ScopedFileLock&) = delete;
+
+  LockOutcome outcome() const { return outcome_; }
+
+private:
+  FileLockHandle* handle_;
+  LockOutcome outcome_;
+};
 // Detaches; the last process out removes the set. The handle becomes -1.
 void DetachFileLock(FileLockHandle& handle);
 // Detaches a handle that is still attached; a handle of 0 or -1 is left

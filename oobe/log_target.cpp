@@ -6,9 +6,12 @@
 #include "platform/os_info.h"
 #include "platform/paths.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <errno.h>
+#include <iterator>
+#include <mutex>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -51,6 +54,17 @@ std::string MarkerFor(const std::string& folder, const std::string& file_name, c
     return std::string();
   }
   return platform::JoinPath(folder, name);
+}
+
+// Said once per process: a writer that had to go on without the lock.
+void ReportWritingWithoutLock(const std::string& path) {
+  static std::once_flag reported;
+  std::call_once(reported, [&] {
+    std::fprintf(stderr,
+                 "oobe: the lock of the log %s was held by another process for more than %d ms; "
+                 "writing without it\n",
+                 path.c_str(), kLockWaitMilliseconds);
+  });
 }
 
 } // namespace
@@ -167,9 +181,11 @@ bool LogTargetDefault::Open() {
   struct timeval now;
   gettimeofday(&now, nullptr);
   lastCleanUpTime_ = lastLineTime_ = now.tv_sec;
-  if (fileLock_ && LockFile(*fileLock_)) {
-    (void)CheckSizeAndCleanUp(); // retried by the next size check if it failed
-    UnlockFile(*fileLock_);
+  {
+    const ScopedFileLock lock(fileLock_.get());
+    if (lock.outcome() == LockOutcome::kTaken) {
+      (void)CheckSizeAndCleanUp(); // retried by the next size check if it failed
+    }
   }
   opened_ = true;
   return true;
@@ -189,50 +205,82 @@ bool LogTargetDefault::Close() {
 bool LogTargetDefault::Write(int32_t level, const char* f1, const char* f2, const char* f3,
                              const char* f4, const char* f5, const char* f6, const char* format,
                              va_list* arguments, int64_t time_ms, bool use_file_lock) {
+  const LogRecord record{level, {f1, f2, f3, f4, f5, f6}, format, arguments, time_ms};
   if (level_ > level) {
     return true;
   }
-  if (use_file_lock) {
-    if (!fileLock_ || !LockFile(*fileLock_)) {
-      return true; // dropped on purpose: a writer never waits for a missing lock
-    }
+  if (!use_file_lock) {
+    WriteRecord(record);
+    return true;
+  }
+  if (!fileLock_) {
+    return true; // dropped on purpose: a writer never waits for a missing lock
+  }
+  const ScopedFileLock lock(fileLock_.get());
+  switch (lock.outcome()) {
+  case LockOutcome::kFailed:
+    return true; // as without a lock: dropped, never blocked
+  case LockOutcome::kTimedOut:
+    // Another process holds the lock past the bound: the record goes out
+    // whole all the same, and the size check waits for a record that holds
+    // the lock.
+    ReportWritingWithoutLock(filePath_);
+    break;
+  case LockOutcome::kTaken:
     // The time compared is the previous line's, so the check lags a line.
     if (lastLineTime_ - lastCleanUpTime_ >= kCleanUpIntervalSeconds && CheckSizeAndCleanUp()) {
       lastCleanUpTime_ = lastLineTime_;
     }
+    break;
   }
-  if (headerPending_) {
-    WriteHeader(kLevelInfo, f1, f2, f3, f4, nullptr, false);
-  }
+  WriteRecord(record);
+  return true;
+}
 
-  const char* message = format ? format : "";
+void LogTargetDefault::WriteRecord(const LogRecord& record) {
+  thread_local std::string text;
+  text.clear();
+  if (headerPending_) {
+    headerPending_ = false;
+    AppendHeader(kLevelInfo, record.fields, text);
+  }
+  AppendRecord(record, text);
+  WriteText(text);
+}
+
+void LogTargetDefault::AppendRecord(const LogRecord& record, std::string& text) {
+  if (level_ > record.level) {
+    return;
+  }
+  const char* message = record.format ? record.format : "";
   char formatted[kMessageBufferBytes];
-  if (arguments) {
+  if (record.arguments) {
     va_list copy;
-    va_copy(copy, *arguments);
+    va_copy(copy, *record.arguments);
     std::vsnprintf(formatted, sizeof formatted, message, copy);
     va_end(copy);
     message = formatted;
   }
 
-  LineFields fields{LevelName(level), {f1, f2, f3, f4, f5, f6}, withThreadId_, 0};
+  LineFields fields{LevelName(record.level), {}, withThreadId_, 0};
+  std::copy(std::begin(record.fields), std::end(record.fields), std::begin(fields.fields));
   if (withThreadId_) {
     fields.thread_id = CurrentThreadId();
   }
-  std::string_view text = message;
+  std::string_view shown = message;
   if (ContainsWebToken(message)) {
-    text = kTokenReplacement;
+    shown = kTokenReplacement;
     fields.level_name = LevelName(kLevelWarn);
-  } else if (text.find('<') != std::string_view::npos) {
-    RedactCredentials(credentialKeys_, text, message_buffer);
-    text = message_buffer;
+  } else if (shown.find('<') != std::string_view::npos) {
+    RedactCredentials(credentialKeys_, shown, message_buffer);
+    shown = message_buffer;
   }
 
   int64_t seconds;
   int milliseconds;
-  if (time_ms != 0) {
-    seconds = time_ms / 1000;
-    milliseconds = static_cast<int>(time_ms % 1000);
+  if (record.time_ms != 0) {
+    seconds = record.time_ms / 1000;
+    milliseconds = static_cast<int>(record.time_ms % 1000);
   } else {
     struct timeval now;
     gettimeofday(&now, nullptr);
@@ -240,13 +288,25 @@ bool LogTargetDefault::Write(int32_t level, const char* f1, const char* f2, cons
     milliseconds = static_cast<int>(now.tv_usec / 1000);
   }
   lastLineTime_ = seconds;
-  BuildLine(seconds, milliseconds, fields, separator_, text, line_buffer);
-  WriteLine(line_buffer.c_str());
+  BuildLine(seconds, milliseconds, fields, separator_, shown, line_buffer);
+  text += line_buffer;
+  text += '\n';
+}
 
-  if (use_file_lock) {
-    UnlockFile(*fileLock_);
+void LogTargetDefault::AppendHeader(int32_t level, const char* const* fields, std::string& text) {
+  const auto add = [&](const std::string& line) {
+    AppendRecord(LogRecord{level,
+                           {fields[0], fields[1], fields[2], fields[3], nullptr, nullptr},
+                           line.c_str(),
+                           nullptr,
+                           0},
+                 text);
+  };
+  add(header_.ruleBefore);
+  for (const auto& [label, value] : header_.lines) {
+    add(label + value);
   }
-  return true;
+  add(header_.ruleAfter);
 }
 
 void LogTargetDefault::WriteHeader(int32_t level, const char* f1, const char* f2, const char* f3,
@@ -256,16 +316,23 @@ void LogTargetDefault::WriteHeader(int32_t level, const char* f1, const char* f2
     header_ = *description;
   }
   headerPending_ = false;
-  // Copied: each Write below reuses the thread's line buffers.
-  std::vector<std::string> texts;
-  texts.push_back(header_.ruleBefore);
-  for (const auto& [label, value] : header_.lines) {
-    texts.push_back(label + value);
+  const char* const fields[4] = {f1, f2, f3, f4};
+  std::string text;
+  AppendHeader(level, fields, text);
+  // The whole block in one write, under the lock when asked for (and
+  // without it once the wait for it has run out, as every record).
+  if (use_file_lock) {
+    if (!fileLock_) {
+      return;
+    }
+    const ScopedFileLock lock(fileLock_.get());
+    if (lock.outcome() == LockOutcome::kFailed) {
+      return;
+    }
+    WriteText(text);
+    return;
   }
-  texts.push_back(header_.ruleAfter);
-  for (const std::string& text : texts) {
-    Write(level, f1, f2, f3, f4, nullptr, nullptr, text.c_str(), nullptr, 0, use_file_lock);
-  }
+  WriteText(text);
 }
 
 void LogTargetDefault::WriteLine(const char* text) {
@@ -273,15 +340,21 @@ void LogTargetDefault::WriteLine(const char* text) {
     fileFailed_ = true;
     return;
   }
-  if (!file_.valid() || fileFailed_) {
+  thread_local std::string line;
+  line.assign(text);
+  line += '\n';
+  WriteText(line);
+}
+
+void LogTargetDefault::WriteText(const std::string& text) {
+  if (text.empty() || !file_.valid() || fileFailed_) {
     return;
   }
-  // The line and its newline in one write: another process appending to the
-  // same file never lands between them.
-  thread_local std::string record;
-  record.assign(text);
-  record += '\n';
-  if (!platform::WriteAll(file_.get(), record.data(), record.size())) {
+  // One write for everything a record brings (the header block after a
+  // rotation, then the line, each ending in a newline): another process
+  // appending to the same file never lands inside it, and a kill leaves it
+  // whole or absent.
+  if (!platform::WriteAll(file_.get(), text.data(), text.size())) {
     fileFailed_ = true;
   }
 }

@@ -79,6 +79,17 @@ protected:
   pthread_mutex_t guard_;
 };
 
+// One record as a target receives it: level, the six identity fields (null
+// prints as empty text), the format and its arguments (null: the format is
+// the message), and the time in milliseconds (0: now).
+struct LogRecord {
+  int32_t level;
+  const char* fields[6];
+  const char* format;
+  va_list* arguments;
+  int64_t time_ms;
+};
+
 class LogTargetDefault : public LogTargetBase {
 public:
   // Seconds between two size checks while writing.
@@ -122,6 +133,18 @@ public:
   const HeaderBlock& Header() const { return header_; }
 
 private:
+  // Writes the header block if a rotation left it pending, then the record,
+  // in one write.
+  void WriteRecord(const LogRecord& record);
+  // The record's line, with its newline, added to `text` (nothing when the
+  // threshold filters it out).
+  void AppendRecord(const LogRecord& record, std::string& text);
+  // The stored header block's lines, each a record at `level` with the
+  // first four identity fields.
+  void AppendHeader(int32_t level, const char* const* fields, std::string& text);
+  // Appends `text` to the file in one write.
+  void WriteText(const std::string& text);
+
   // Makes the rotated copy of `live` in its folder under a name no item
   // has yet, and copies the live file into it.
   bool CopyLiveFile(const platform::EntryRef& live) const;
