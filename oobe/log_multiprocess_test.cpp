@@ -169,5 +169,70 @@ TEST(LogMultiprocessTest, WriterKilledHoldingTheLockStopsNobodyAndNoSetIsLeft) {
   EXPECT_FALSE(SemaphoreSetExists(folder + "/load.log"));
 }
 
+TEST(LogMultiprocessTest, WriterStoppedHoldingTheLockDelaysTheOthersOnlyByTheBound) {
+  constexpr int kWriters = 3;
+  constexpr int kLines = 500;
+  constexpr int kPad = 200;
+  oru_testing::Sandbox sandbox;
+  const std::string folder = sandbox.Path("logs");
+  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+  oru_testing::WriteFile(folder + "/load.log", "");
+  int holder_gate[2];
+  ASSERT_EQ(pipe(holder_gate), 0);
+  Helper holder = Start({"hold", folder, "load.log"}, holder_gate);
+  char ready[16] = "";
+  ASSERT_TRUE(fgets(ready, sizeof ready, holder.output));
+  ASSERT_STREQ(ready, "locked\n");
+  // Stopped as a debugger or a suspended job would stop it: it keeps the
+  // lock for as long as it stays stopped.
+  ASSERT_EQ(kill(holder.pid, SIGSTOP), 0);
+
+  int gate[2];
+  ASSERT_EQ(pipe(gate), 0);
+  std::vector<Helper> writers;
+  for (int id = 0; id < kWriters; ++id) {
+    writers.push_back(
+        Start({"write", folder, "load.log", std::to_string(id), std::to_string(kLines),
+               std::to_string(NowSeconds()), std::to_string(kPad)},
+              gate));
+  }
+  close(gate[0]);
+  close(gate[1]);
+  for (Helper& writer : writers) {
+    EXPECT_EQ(Finish(writer), 0);
+  }
+  kill(holder.pid, SIGKILL);
+  EXPECT_EQ(Finish(holder), -SIGKILL);
+  close(holder_gate[0]);
+  close(holder_gate[1]);
+
+  // Every line whole, every writer's lines all there and in order.
+  const std::regex shape("p([0-9]+) n([0-9]+) x{" + std::to_string(kPad) + "}");
+  std::vector<int> next(kWriters, 0);
+  int torn = 0;
+  int out_of_order = 0;
+  for (const std::string& line : LinesOf(folder + "/load.log")) {
+    const std::string message = MessageOf(line);
+    std::smatch match;
+    if (!std::regex_match(message, match, shape)) {
+      ++torn;
+      continue;
+    }
+    const int id = std::stoi(match[1]);
+    if (id >= kWriters || std::stoi(match[2]) != next[id]) {
+      ++out_of_order;
+    } else {
+      ++next[id];
+    }
+  }
+  int missing = 0;
+  for (int id = 0; id < kWriters; ++id) {
+    missing += kLines - next[id];
+  }
+  EXPECT_EQ(missing, 0);
+  EXPECT_EQ(torn, 0);
+  EXPECT_EQ(out_of_order, 0);
+}
+
 } // namespace
 } // namespace oobe

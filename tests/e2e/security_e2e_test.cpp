@@ -6,11 +6,13 @@
 // under the home may belong to root, and the launcher must have exited 0.
 #include "launcher/handover.h"
 #include "locks/updater_lock.h"
+#include "oobe/file_lock.h"
 #include "testing/child_process.h"
 #include "testing/sandbox.h"
 #include "tests/e2e/e2e_fixture.h"
 #include "tests/e2e/e2e_support.h"
 
+#include <chrono>
 #include <cstdio>
 #include <ctime>
 #include <fcntl.h>
@@ -358,6 +360,34 @@ TEST_F(SecurityTest, FifoAtTheLogOrPreferencesPathDoesNotHangTheLauncher) {
     ExpectZeltoStartedAsTheUser();
     unlink(path.c_str());
   }
+}
+
+TEST_F(SecurityTest, HandOverCompletesWhileTheUserHoldsTheLogLock) {
+  PrepareUpdaterFolder();
+  ASSERT_EQ(WriteAsUser(LogPath(), ""), 0);
+  oru_testing::ChildProgram holder = oru_testing::StartProgram(
+      "/usr/bin/setpriv", {"--reuid=4242", "--regid=4242", "--clear-groups", ORU_LOG_WRITER_HELPER,
+                           "hold", UpdaterFolder(), "oruu.log"});
+  char ready[16] = "";
+  ASSERT_TRUE(fgets(ready, sizeof ready, holder.output));
+  ASSERT_STREQ(ready, "locked\n");
+  const auto started = std::chrono::steady_clock::now();
+  const int status = RunLauncher();
+  const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
+      std::chrono::steady_clock::now() - started);
+  std::printf("hand-over with the log lock held by another user: %lld ms\n",
+              static_cast<long long>(waited.count()));
+  ExpectNoHarm(status);
+  ExpectZeltoStartedAsTheUser();
+  // The wait for the lock is bounded once per process, not per line.
+  EXPECT_LT(waited.count(), oobe::kLockWaitMilliseconds + 1000);
+  kill(holder.pid, SIGKILL);
+  e2e::Wait(holder);
+  const auto messages = LogMessages();
+  EXPECT_NE(std::find(messages.begin(), messages.end(),
+                      "Oru Launcher : Acquired lock NuvexUpdaterUtils::kOruLauncherKey "
+                      "sucessfully."),
+            messages.end());
 }
 
 TEST_F(SecurityTest, NewLogFileRaceNeverMakesARootFileWritable) {
