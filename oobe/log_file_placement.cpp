@@ -152,35 +152,43 @@ bool LogTargetDefault::SetLogFile(const char* file_name, const char* folder) {
 bool LogTargetDefault::CopyLiveFile(const platform::EntryRef& live) const {
   const NameParts parts = SplitName(live.name);
   const std::string time = LocalTime(::time(nullptr), "%Y-%m-%d %H-%M-%S");
+  // The copy is made under a name of its own and gets the copy's name only
+  // once it is complete, so a kill never leaves part of a log under a copy's
+  // name. What an interrupted rotation left there goes first.
+  const std::string partial = "." + live.name + ".rotating";
+  (void)platform::RemoveRegularFile(live.folder, partial);
   platform::ScopedFd source;
-  if (!platform::OpenFileIn(live.folder, live.name, platform::OpenOptions(), source)) {
-    return false;
-  }
+  platform::ScopedFd copy;
   platform::OpenOptions fresh;
   fresh.access = platform::FileAccess::kWrite;
   fresh.create = true;
   fresh.exclusive = true;
-  // Made new, never through a link: a name already taken (two rotations in
-  // one second, or anything put there) moves on to "_NN", which sorts after
-  // the plain name and keeps copies in time order.
-  for (int suffix = 0; suffix <= kMaxCopySuffix; ++suffix) {
+  if (!platform::OpenFileIn(live.folder, live.name, platform::OpenOptions(), source) ||
+      !platform::OpenFileIn(live.folder, partial, fresh, copy) ||
+      !platform::CopyFileData(source.get(), copy.get())) {
+    (void)platform::RemoveRegularFile(live.folder, partial);
+    return false;
+  }
+  // A name already taken (two rotations in one second, or anything put
+  // there) moves on to "_NN", which sorts after the plain name and keeps
+  // copies in time order; a new link never replaces what has the name.
+  bool named = false;
+  for (int suffix = 0; suffix <= kMaxCopySuffix && !named; ++suffix) {
     char text[16] = "";
     if (suffix > 0) {
       std::snprintf(text, sizeof text, "_%02d", suffix);
     }
     std::string name = parts.stem + " " + time + text;
     if (parts.has_ext && !platform::AppendPathExtension(name, parts.ext)) {
-      return false;
+      break;
     }
-    platform::ScopedFd copy;
-    if (platform::OpenFileIn(live.folder, name, fresh, copy)) {
-      return platform::CopyFileData(source.get(), copy.get());
-    }
-    if (errno != EEXIST) {
-      return false;
+    named = platform::LinkEntry(live.folder, partial, name);
+    if (!named && errno != EEXIST) {
+      break;
     }
   }
-  return false;
+  (void)platform::RemoveRegularFile(live.folder, partial);
+  return named;
 }
 
 bool LogTargetDefault::CheckSizeAndCleanUp() {
@@ -209,15 +217,20 @@ bool LogTargetDefault::CheckSizeAndCleanUp() {
     return true;
   }
   headerPending_ = true;
-  file_.reset();
   // The copy is made by the kernel where it can: a 50 MiB log is set aside
   // in about the time cp takes, while every other writer waits on the lock.
+  // Then the live file is emptied through the descriptor this target holds;
+  // a kill between the two can only leave its lines in both files.
   if (CopyLiveFile(live)) {
-    platform::OpenOptions empty;
-    empty.access = platform::FileAccess::kWrite;
-    empty.truncate = true;
-    platform::ScopedFd truncated;
-    (void)platform::OpenFileIn(live.folder, live.name, empty, truncated);
+    if (file_.valid()) {
+      (void)!ftruncate(file_.get(), 0); // a failure keeps the lines, twice
+    } else {
+      platform::OpenOptions empty;
+      empty.access = platform::FileAccess::kWrite;
+      empty.truncate = true;
+      platform::ScopedFd truncated;
+      (void)platform::OpenFileIn(live.folder, live.name, empty, truncated);
+    }
   }
   const bool reopened = OpenStream(filePath_, file_);
   fileFailed_ = false;

@@ -9,9 +9,12 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <map>
+#include <poll.h>
+#include <random>
 #include <regex>
 #include <signal.h>
 #include <string>
+#include <sys/inotify.h>
 #include <sys/sem.h>
 #include <sys/time.h>
 #include <sys/wait.h>
@@ -132,6 +135,142 @@ TEST(LogMultiprocessTest, EightWritersLoseNoLineThroughRotations) {
   EXPECT_EQ(torn, 0);
   EXPECT_EQ(duplicated_or_out_of_order, 0);
   EXPECT_FALSE(SemaphoreSetExists(folder + "/load.log"));
+}
+
+TEST(LogMultiprocessTest, KillsDuringRotationLoseNoLineAndLeaveNoPartialCopy) {
+  constexpr int kWriters = 8;
+  constexpr int kLines = 20000;
+  constexpr int kPad = 900; // long lines: a rotation every few thousand lines
+  constexpr int kKills = 10;
+  oru_testing::Sandbox sandbox;
+  const std::string folder = sandbox.Path("logs");
+  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+  oru_testing::WriteFile(folder + "/asu.trace", "keeplogs"); // keep every copy to check it
+  oru_testing::WriteFile(folder + "/load.log", "");
+  const int watch = inotify_init1(IN_CLOEXEC);
+  ASSERT_GE(watch, 0);
+  ASSERT_GE(inotify_add_watch(watch, folder.c_str(), IN_CREATE), 0);
+
+  int gate[2];
+  ASSERT_EQ(pipe(gate), 0);
+  std::map<pid_t, Helper> running;
+  std::map<pid_t, int> id_of;
+  std::vector<bool> killed;
+  const auto start_writer = [&] {
+    const int id = static_cast<int>(killed.size());
+    Helper writer = Start({"write", folder, "load.log", std::to_string(id), std::to_string(kLines),
+                           std::to_string(NowSeconds()), std::to_string(kPad)},
+                          gate);
+    killed.push_back(false);
+    id_of[writer.pid] = id;
+    running.emplace(writer.pid, writer);
+  };
+  for (int i = 0; i < kWriters; ++i) {
+    start_writer();
+  }
+  close(gate[0]);
+  close(gate[1]);
+
+  std::mt19937 random(12345);
+  int kills = 0;
+  while (!running.empty()) {
+    struct pollfd ready = {watch, POLLIN, 0};
+    if (poll(&ready, 1, 100) == 1) {
+      char events[4096];
+      const ssize_t got = read(watch, events, sizeof events);
+      bool copying = false;
+      for (ssize_t at = 0; at < got;) {
+        const auto* event = reinterpret_cast<const struct inotify_event*>(events + at);
+        copying |= event->len > 0 && std::string(event->name) == ".load.log.rotating";
+        at += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
+      }
+      // The process copying holds the lock: the last to take it.
+      const int set = semget(static_cast<key_t>(FileLockKey(folder + "/load.log")), 0, 0);
+      const pid_t rotating = set >= 0 ? semctl(set, 1, GETPID) : -1;
+      if (copying && kills < kKills && running.count(rotating)) {
+        // Somewhere in the copy, or just after it.
+        const struct timespec moment = {0, std::uniform_int_distribution<long>(0, 5000000)(random)};
+        nanosleep(&moment, nullptr);
+        kill(rotating, SIGKILL);
+        ++kills;
+      }
+    }
+    for (auto it = running.begin(); it != running.end();) {
+      int status = 0;
+      if (waitpid(it->first, &status, WNOHANG) != it->first) {
+        ++it;
+        continue;
+      }
+      fclose(it->second.output);
+      const bool was_killed = WIFSIGNALED(status);
+      EXPECT_TRUE(was_killed || WEXITSTATUS(status) == 0);
+      if (was_killed) {
+        killed[static_cast<size_t>(id_of[it->first])] = true;
+      }
+      it = running.erase(it);
+      if (was_killed) {
+        // A replacement, started at once: its gate is open from the start.
+        ASSERT_EQ(pipe(gate), 0);
+        close(gate[1]);
+        gate[1] = -1;
+        start_writer();
+        close(gate[0]);
+      }
+    }
+  }
+  close(watch);
+
+  std::vector<std::map<int, int>> seen(killed.size());
+  int torn = 0;
+  int partial_copies = 0;
+  const std::vector<std::string> files = LogFilesInOrder(folder, "load.log");
+  for (const std::string& file : files) {
+    const std::string content = oru_testing::ReadFile(file);
+    if (!content.empty() && content.back() != '\n') {
+      ++partial_copies;
+    }
+    for (const std::string& line : LinesOf(file)) {
+      const std::string message = MessageOf(line);
+      if (message == std::string(78, '*') || message.find(": ") != std::string::npos) {
+        continue; // header block
+      }
+      unsigned id = 0;
+      int number = 0;
+      int pad_start = 0;
+      // "p<ID> n<N> " and exactly kPad x's: a torn line is shorter or longer.
+      if (std::sscanf(message.c_str(), "p%u n%d %n", &id, &number, &pad_start) != 2 ||
+          pad_start == 0 || message.size() != static_cast<size_t>(pad_start) + kPad ||
+          message.find_first_not_of('x', static_cast<size_t>(pad_start)) != std::string::npos ||
+          id >= seen.size()) {
+        ++torn;
+        continue;
+      }
+      ++seen[id][number];
+    }
+  }
+  int lost = 0;
+  int duplicated = 0;
+  for (size_t id = 0; id < seen.size(); ++id) {
+    // A finished writer wrote every line; a killed one every line up to the
+    // last it got out.
+    const int last = killed[id] ? (seen[id].empty() ? -1 : seen[id].rbegin()->first) : kLines - 1;
+    for (int n = 0; n <= last; ++n) {
+      const auto found = seen[id].find(n);
+      if (found == seen[id].end()) {
+        ++lost;
+      } else {
+        duplicated += found->second - 1;
+      }
+    }
+  }
+  std::printf("writers: %d, kills during rotation: %d, copies: %zu, lost: %d, torn: %d, "
+              "partial copies: %d, duplicated lines: %d\n",
+              static_cast<int>(killed.size()), kills, files.size() - 1, lost, torn, partial_copies,
+              duplicated);
+  EXPECT_EQ(kills, kKills);
+  EXPECT_EQ(lost, 0);
+  EXPECT_EQ(torn, 0);
+  EXPECT_EQ(partial_copies, 0);
 }
 
 TEST(LogMultiprocessTest, WriterKilledHoldingTheLockStopsNobodyAndNoSetIsLeft) {

@@ -123,6 +123,10 @@ bool RemoveRegularFile(const FolderHandle& folder, const std::string& name);
 // Renames an item within one folder, replacing what is at `to`.
 bool RenameEntry(const FolderHandle& folder, const std::string& from, const std::string& to);
 
+// Gives the file `from` of `folder` the second name `to` in the same folder;
+// fails (EEXIST) when `to` is taken, whatever is there.
+bool LinkEntry(const FolderHandle& folder, const std::string& from, const std::string& to);
+
 // Changes an item's mode / owner and group inside `folder`, never through a
 // link. A uid or gid of -1 leaves that one as it is.
 bool ChangeMode(const FolderHandle& folder, const std::string& name, mode_t mode);

@@ -554,6 +554,14 @@ bool RenameEntry(const FolderHandle& folder, const std::string& from, const std:
   return as_owner.ok() && renameat(folder.fd(), from.c_str(), folder.fd(), to.c_str()) == 0;
 }
 
+bool LinkEntry(const FolderHandle& folder, const std::string& from, const std::string& to) {
+  if (!IsSingleComponent(from) || !IsSingleComponent(to)) {
+    return Fail(EINVAL);
+  }
+  const ActAsOwnerOf as_owner(folder);
+  return as_owner.ok() && linkat(folder.fd(), from.c_str(), folder.fd(), to.c_str(), 0) == 0;
+}
+
 bool ChangeMode(const FolderHandle& folder, const std::string& name, mode_t mode) {
   const ActAsOwnerOf as_owner(folder);
   return as_owner.ok() &&
