@@ -4,6 +4,7 @@
 #include "esd/updater_prefs.h"
 #include "launcher/log_file_rule.h"
 #include "launcher/user_local_path.h"
+#include "locks/updater_lock.h"
 #include "oobe/log_manager.h"
 #include "platform/paths.h"
 
@@ -72,6 +73,7 @@ std::string UpdaterDefaultLogFile() {
 
 bool UpdaterLogStart() {
   SetUpdaterPrefsLogHook(&ForwardPrefsLine);
+  SetLockLogHook(&UpdaterLogValue);
   int level = 0;
   std::string path;
   try {

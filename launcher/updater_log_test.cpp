@@ -3,9 +3,11 @@
 #include "launcher/log_file_rule.h"
 #include "launcher/updater_log.h"
 #include "launcher/user_local_path.h"
+#include "locks/updater_lock.h"
 #include "platform/folders.h"
 #include "platform/paths.h"
 #include "testing/child_process.h"
+#include "testing/namespaces.h"
 #include "testing/sandbox.h"
 
 #include <fstream>
@@ -145,6 +147,26 @@ TEST_F(UpdaterLogTest, LockLinesNeedLevelThree) {
     EXPECT_TRUE(Contains(messages, "launcher line"));
     EXPECT_EQ(Contains(messages, "lock line"), std::string(level) == "3") << level;
   }
+}
+
+TEST_F(UpdaterLogTest, SyncWaitLockLinesReachTheLogThroughTheHookAtLevelThree) {
+  const std::string log = sandbox_.Path("locks.log");
+  WritePrefs("<LogLevel>3</LogLevel><LogFile>" + log + "</LogFile>");
+  const int status = RunInChild([&] {
+    if (!oru_testing::EnterPrivateIpcNamespace()) {
+      return 3; // the set this makes and removes must touch nothing else
+    }
+    UpdaterLogStart();
+    NuvexUpdaterSyncWaitLockRelease("HookTestLock");
+    UpdaterLogClose();
+    return 0;
+  });
+  if (status == 3) {
+    GTEST_SKIP() << "needs a private IPC namespace (root)";
+  }
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(
+      Contains(Messages(log), "NuvexUpdaterSyncWaitLockRelease : Releasing Lock  = HookTestLock"));
 }
 
 TEST_F(UpdaterLogTest, PathWithoutSlashOpensWithoutPlacementAndStillWritesTheBanner) {

@@ -1,7 +1,5 @@
 #include "locks/updater_lock.h"
 
-#include "launcher/updater_log.h"
-
 #include <algorithm>
 #include <boost/crc.hpp>
 #include <cstdlib>
@@ -175,9 +173,26 @@ bool UpdaterLock_Wait::Remove() {
   return true;
 }
 
+namespace {
+
+LockLogHook lock_log_hook = nullptr;
+
+// message + " = " + value, through whatever log the program installed.
+void LogLine(int level, const std::string& message, const std::string& value) {
+  if (lock_log_hook) {
+    lock_log_hook(level, message, value);
+  }
+}
+
+} // namespace
+
+void SetLockLogHook(LockLogHook hook) {
+  lock_log_hook = hook;
+}
+
 bool NuvexUpdaterSyncWaitLockAcquire(const std::string& name) {
   UpdaterLock_Wait wait(name);
-  UpdaterLogValue(kLogLevelLockLines, "NuvexUpdaterSyncWaitLockAcquire : Acquiring Lock ", name);
+  LogLine(kLogLevelLockLines, "NuvexUpdaterSyncWaitLockAcquire : Acquiring Lock ", name);
   wait.Acquire();
   wait.Remove();
   return true;
@@ -187,7 +202,7 @@ bool NuvexUpdaterSyncWaitLockAcquire(const std::string& name,
                                      const std::function<bool()>& keep_waiting) {
   constexpr int kCheckIntervalMs = 500;
   UpdaterLock_Wait wait(name);
-  UpdaterLogValue(kLogLevelLockLines, "NuvexUpdaterSyncWaitLockAcquire : Acquiring Lock ", name);
+  LogLine(kLogLevelLockLines, "NuvexUpdaterSyncWaitLockAcquire : Acquiring Lock ", name);
   wait.AcquireWhile(keep_waiting, kCheckIntervalMs);
   wait.Remove();
   return true;
@@ -195,7 +210,7 @@ bool NuvexUpdaterSyncWaitLockAcquire(const std::string& name,
 
 bool NuvexUpdaterSyncWaitLockRelease(const std::string& name) {
   UpdaterLock_Wait wait(name);
-  UpdaterLogValue(kLogLevelLockLines, "NuvexUpdaterSyncWaitLockRelease : Releasing Lock ", name);
+  LogLine(kLogLevelLockLines, "NuvexUpdaterSyncWaitLockRelease : Releasing Lock ", name);
   wait.Release();
   wait.Remove();
   return true;

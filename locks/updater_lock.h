@@ -75,6 +75,12 @@ private:
   int semaphoreSet_ = -1;
 };
 
+// Where the one-shot calls below write their lines: `message`, " = " and
+// `value` at a log level. The program that owns the log installs it; this
+// layer knows no log of its own. Without one the lines go nowhere.
+using LockLogHook = void (*)(int level, const std::string& message, const std::string& value);
+void SetLockLogHook(LockLogHook hook);
+
 // One-shot rendezvous calls: log the wait (facade level 3), wait or post,
 // then remove the set. Both return true whatever happened.
 bool NuvexUpdaterSyncWaitLockAcquire(const std::string& name);
