@@ -1,5 +1,5 @@
 #include "esd/expat_dom_builder.h"
-#include "esd/xml_test_support.h"
+#include "testing/xml_test_support.h"
 #include "testing/sandbox.h"
 
 #include <fstream>

@@ -2,7 +2,7 @@
 // that back. Nothing may crash, leak or hang; where the parsed tree is one
 // the writer prints faithfully, the second read must give the same tree.
 #include "esd/expat_dom_builder.h"
-#include "esd/xml_test_support.h"
+#include "testing/xml_test_support.h"
 #include "testing/sandbox.h"
 
 #include <cstdint>

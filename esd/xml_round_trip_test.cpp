@@ -1,6 +1,6 @@
 // Whatever tree the writer prints reads back the same.
 #include "esd/expat_dom_builder.h"
-#include "esd/xml_test_support.h"
+#include "testing/xml_test_support.h"
 #include "testing/sandbox.h"
 
 #include <gtest/gtest.h>

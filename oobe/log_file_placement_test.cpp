@@ -1,5 +1,5 @@
 #include "oobe/log_target.h"
-#include "oobe/oobe_test_support.h"
+#include "testing/log_test_support.h"
 #include "platform/folders.h"
 #include "platform/paths.h"
 #include "testing/sandbox.h"

@@ -1,6 +1,6 @@
 // Many processes appending to one log file at once.
 #include "oobe/file_lock.h"
-#include "oobe/oobe_test_support.h"
+#include "testing/log_test_support.h"
 #include "testing/child_process.h"
 #include "testing/sandbox.h"
 

@@ -1,6 +1,6 @@
 #include "oobe/log_manager.h"
 #include "oobe/log_target.h"
-#include "oobe/oobe_test_support.h"
+#include "testing/log_test_support.h"
 #include "platform/folders.h"
 #include "platform/os_info.h"
 #include "platform/paths.h"

@@ -1,4 +1,4 @@
-#include "esd/xml_test_support.h"
+#include "testing/xml_test_support.h"
 
 #include "esd/xml_writer.h"
 

@@ -1,7 +1,7 @@
 // Test support for the logging library: a fixed zone, fixed times, and the
 // lines of a file. Test-only.
-#ifndef ORU_OOBE_OOBE_TEST_SUPPORT_H
-#define ORU_OOBE_OOBE_TEST_SUPPORT_H
+#ifndef ORU_TESTING_LOG_TEST_SUPPORT_H
+#define ORU_TESTING_LOG_TEST_SUPPORT_H
 
 #include <cstdint>
 #include <string>
@@ -25,4 +25,4 @@ std::string LocalDate(int day_offset);
 } // namespace testing
 } // namespace oobe
 
-#endif // ORU_OOBE_OOBE_TEST_SUPPORT_H
+#endif // ORU_TESTING_LOG_TEST_SUPPORT_H

@@ -1,7 +1,7 @@
 // Test support for the XML tree: random trees that the writer can print
 // faithfully, and structural comparison. Test-only.
-#ifndef ORU_ESD_XML_TEST_SUPPORT_H
-#define ORU_ESD_XML_TEST_SUPPORT_H
+#ifndef ORU_TESTING_XML_TEST_SUPPORT_H
+#define ORU_TESTING_XML_TEST_SUPPORT_H
 
 #include "esd/xml_node.h"
 
@@ -36,4 +36,4 @@ std::string WriteToString(const XMLDocumentNode& node);
 } // namespace testing
 } // namespace esd
 
-#endif // ORU_ESD_XML_TEST_SUPPORT_H
+#endif // ORU_TESTING_XML_TEST_SUPPORT_H

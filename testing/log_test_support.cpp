@@ -1,4 +1,4 @@
-#include "oobe/oobe_test_support.h"
+#include "testing/log_test_support.h"
 
 #include <fstream>
 #include <gtest/gtest.h>
