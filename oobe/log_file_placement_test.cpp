@@ -1,7 +1,7 @@
 #include "oobe/log_target.h"
-#include "testing/log_test_support.h"
 #include "platform/folders.h"
 #include "platform/paths.h"
+#include "testing/log_test_support.h"
 #include "testing/sandbox.h"
 
 #include <algorithm>

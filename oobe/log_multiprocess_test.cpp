@@ -1,7 +1,7 @@
 // Many processes appending to one log file at once.
 #include "oobe/file_lock.h"
-#include "testing/log_test_support.h"
 #include "testing/child_process.h"
+#include "testing/log_test_support.h"
 #include "testing/sandbox.h"
 
 #include <algorithm>

@@ -1,7 +1,9 @@
 #include "oobe/log_target.h"
 
 #include "oobe/log_line.h"
+#include "oobe/log_rotation.h"
 #include "oobe/redaction.h"
+#include "platform/console_user.h"
 #include "platform/folders.h"
 #include "platform/os_info.h"
 #include "platform/paths.h"
@@ -356,6 +358,106 @@ void LogTargetDefault::WriteText(const std::string& text) {
   // whole or absent.
   if (!platform::WriteAll(file_.get(), text.data(), text.size())) {
     fileFailed_ = true;
+  }
+}
+
+uint64_t LogTargetDefault::SizeLimitForLevel(int32_t level) {
+  return RotationSizeLimit(level);
+}
+
+bool LogTargetDefault::SetLogFile(const char* file_name, const char* folder) {
+  const bool named = file_name && *file_name;
+  const std::string name = named ? std::string(file_name) : fileName_;
+  if (named && !platform::IsBareName(name)) {
+    enabled_ = false;
+    return false;
+  }
+  std::string path;
+  if (!folder || !*folder) {
+    std::string logs;
+    if (!platform::GetUserLogsFolder(logs)) {
+      // Without a logs folder there is nowhere sensible to write.
+      enabled_ = false;
+      return false;
+    }
+    path = logs + "/Vornica/Dex";
+    if (!platform::IsDirectory(path)) {
+      // Shared by the processes of every user: owned by the console user
+      // and open to all. Failures here show up when the file is opened.
+      (void)platform::CreateDirectoryTree(path);
+      platform::ConsoleUser user;
+      if (platform::GetConsoleUser(user)) {
+        for (const std::string& made : {logs + "/Vornica", path}) {
+          platform::EntryRef entry;
+          if (platform::ResolveEntry(made, /*follow_final_link=*/false, entry)) {
+            (void)platform::ChangeOwner(entry.folder, entry.name, user.uid, user.gid);
+            (void)platform::ChangeMode(entry.folder, entry.name, 0777);
+          }
+        }
+      }
+    }
+  } else {
+    path = folder;
+  }
+  if (!platform::AppendPathComponentNS(path, name)) {
+    enabled_ = false;
+    return false;
+  }
+  filePath_ = path;
+  fileName_ = platform::BaseName(path);
+  if (opened_) {
+    enabled_ = OpenStream(filePath_, file_);
+    fileFailed_ = false;
+  } else {
+    platform::ScopedFd probe;
+    enabled_ = OpenStream(filePath_, probe);
+  }
+  return enabled_;
+}
+
+bool LogTargetDefault::CheckSizeAndCleanUp() {
+  // Everything below acts through the folder that holds the live file.
+  platform::EntryRef live;
+  if (!platform::ResolveEntry(filePath_, /*follow_final_link=*/false, live)) {
+    return false;
+  }
+  const uint64_t limit = SizeLimitForLevel(level_);
+  const bool keep_logs = KeepLogsMarked(live.folder);
+  struct stat info;
+  if (!platform::StatEntry(live.folder, live.name, info) || !S_ISREG(info.st_mode)) {
+    return false;
+  }
+  if (static_cast<uint64_t>(info.st_size) < limit) {
+    return true;
+  }
+  headerPending_ = true;
+  // The copy is made by the kernel where it can: a 50 MiB log is set aside
+  // in about the time cp takes, while every other writer waits on the lock.
+  // Then the live file is emptied through the descriptor this target holds;
+  // a kill between the two can only leave its lines in both files.
+  if (CopyLiveLog(live)) {
+    if (file_.valid()) {
+      (void)!ftruncate(file_.get(), 0); // a failure keeps the lines, twice
+    } else {
+      platform::OpenOptions empty;
+      empty.access = platform::FileAccess::kWrite;
+      empty.truncate = true;
+      platform::ScopedFd truncated;
+      (void)platform::OpenFileIn(live.folder, live.name, empty, truncated);
+    }
+  }
+  const bool reopened = OpenStream(filePath_, file_);
+  fileFailed_ = false;
+  if (!keep_logs) {
+    RemoveOldLogCopies(live, kDaysOfCopies);
+  }
+  return reopened;
+}
+
+void LogTargetDefault::RemoveOldCopies(int days) {
+  platform::EntryRef live;
+  if (platform::ResolveEntry(filePath_, /*follow_final_link=*/false, live)) {
+    RemoveOldLogCopies(live, days);
   }
 }
 

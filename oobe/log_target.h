@@ -145,10 +145,6 @@ private:
   // Appends `text` to the file in one write.
   void WriteText(const std::string& text);
 
-  // Makes the rotated copy of `live` in its folder under a name no item
-  // has yet, and copies the live file into it.
-  bool CopyLiveFile(const platform::EntryRef& live) const;
-
   std::unique_ptr<FileLockHandle> fileLock_;
   HeaderBlock header_;
   std::vector<std::string> credentialKeys_;

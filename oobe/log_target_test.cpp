@@ -1,10 +1,10 @@
 #include "oobe/log_manager.h"
 #include "oobe/log_target.h"
-#include "testing/log_test_support.h"
 #include "platform/folders.h"
 #include "platform/os_info.h"
 #include "platform/paths.h"
 #include "testing/child_process.h"
+#include "testing/log_test_support.h"
 #include "testing/sandbox.h"
 
 #include <gtest/gtest.h>

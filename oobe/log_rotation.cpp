@@ -1,17 +1,15 @@
-// Where a target's log file lives, when it is set aside and emptied, and
-// which older copies are removed.
-#include "oobe/log_target.h"
-#include "platform/console_user.h"
-#include "platform/folders.h"
+// Setting a log aside and removing its old copies, all through the folder
+// that holds the live file.
+#include "oobe/log_rotation.h"
+
+#include "oobe/levels.h"
 #include "platform/fs_ops.h"
 #include "platform/paths.h"
-#include "platform/safe_fs.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <errno.h>
-#include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
 #include <vector>
@@ -89,7 +87,7 @@ bool StartsWith(const std::string& text, const std::string& prefix) {
 
 } // namespace
 
-uint64_t LogTargetDefault::SizeLimitForLevel(int32_t level) {
+uint64_t RotationSizeLimit(int32_t level) {
   if (level == kLevelTrace) {
     return kTraceLimit;
   }
@@ -99,57 +97,22 @@ uint64_t LogTargetDefault::SizeLimitForLevel(int32_t level) {
   return kDefaultLimit;
 }
 
-bool LogTargetDefault::SetLogFile(const char* file_name, const char* folder) {
-  const bool named = file_name && *file_name;
-  const std::string name = named ? std::string(file_name) : fileName_;
-  if (named && !platform::IsBareName(name)) {
-    enabled_ = false;
-    return false;
+bool KeepLogsMarked(const platform::FolderHandle& folder) {
+  char content[1024];
+  std::memset(content, 0, sizeof content);
+  // Opened for reading and writing ("rw+" is read as "r+"): the marker must
+  // be writable to count, as every program sharing these logs reads it. Only
+  // exactly "keeplogs" counts; "keeplogs" and a newline does not.
+  platform::OpenOptions read_write;
+  read_write.access = platform::FileAccess::kReadWrite;
+  platform::ScopedFd marker;
+  if (platform::OpenFileIn(folder, "asu.trace", read_write, marker)) {
+    (void)!read(marker.get(), content, 9);
   }
-  std::string path;
-  if (!folder || !*folder) {
-    std::string logs;
-    if (!platform::GetUserLogsFolder(logs)) {
-      // Without a logs folder there is nowhere sensible to write.
-      enabled_ = false;
-      return false;
-    }
-    path = logs + "/Vornica/Dex";
-    if (!platform::IsDirectory(path)) {
-      // Shared by the processes of every user: owned by the console user
-      // and open to all. Failures here show up when the file is opened.
-      (void)platform::CreateDirectoryTree(path);
-      platform::ConsoleUser user;
-      if (platform::GetConsoleUser(user)) {
-        for (const std::string& made : {logs + "/Vornica", path}) {
-          platform::EntryRef entry;
-          if (platform::ResolveEntry(made, /*follow_final_link=*/false, entry)) {
-            (void)platform::ChangeOwner(entry.folder, entry.name, user.uid, user.gid);
-            (void)platform::ChangeMode(entry.folder, entry.name, 0777);
-          }
-        }
-      }
-    }
-  } else {
-    path = folder;
-  }
-  if (!platform::AppendPathComponentNS(path, name)) {
-    enabled_ = false;
-    return false;
-  }
-  filePath_ = path;
-  fileName_ = platform::BaseName(path);
-  if (opened_) {
-    enabled_ = OpenStream(filePath_, file_);
-    fileFailed_ = false;
-  } else {
-    platform::ScopedFd probe;
-    enabled_ = OpenStream(filePath_, probe);
-  }
-  return enabled_;
+  return std::strcmp(content, "keeplogs") == 0;
 }
 
-bool LogTargetDefault::CopyLiveFile(const platform::EntryRef& live) const {
+bool CopyLiveLog(const platform::EntryRef& live) {
   const NameParts parts = SplitName(live.name);
   const std::string time = LocalTime(::time(nullptr), "%Y-%m-%d %H-%M-%S");
   // The copy is made under a name of its own and gets the copy's name only
@@ -191,60 +154,7 @@ bool LogTargetDefault::CopyLiveFile(const platform::EntryRef& live) const {
   return named;
 }
 
-bool LogTargetDefault::CheckSizeAndCleanUp() {
-  // Everything below acts through the folder that holds the live file.
-  platform::EntryRef live;
-  if (!platform::ResolveEntry(filePath_, /*follow_final_link=*/false, live)) {
-    return false;
-  }
-  const uint64_t limit = SizeLimitForLevel(level_);
-  char content[1024];
-  std::memset(content, 0, sizeof content);
-  // The keep-logs marker, opened for reading and writing ("rw+" is read as
-  // "r+"): it must be writable to count, as every program sharing these logs
-  // reads it.
-  platform::OpenOptions marker_access;
-  marker_access.access = platform::FileAccess::kReadWrite;
-  platform::ScopedFd marker;
-  if (platform::OpenFileIn(live.folder, "asu.trace", marker_access, marker)) {
-    (void)!read(marker.get(), content, 9);
-  }
-  struct stat info;
-  if (!platform::StatEntry(live.folder, live.name, info) || !S_ISREG(info.st_mode)) {
-    return false;
-  }
-  if (static_cast<uint64_t>(info.st_size) < limit) {
-    return true;
-  }
-  headerPending_ = true;
-  // The copy is made by the kernel where it can: a 50 MiB log is set aside
-  // in about the time cp takes, while every other writer waits on the lock.
-  // Then the live file is emptied through the descriptor this target holds;
-  // a kill between the two can only leave its lines in both files.
-  if (CopyLiveFile(live)) {
-    if (file_.valid()) {
-      (void)!ftruncate(file_.get(), 0); // a failure keeps the lines, twice
-    } else {
-      platform::OpenOptions empty;
-      empty.access = platform::FileAccess::kWrite;
-      empty.truncate = true;
-      platform::ScopedFd truncated;
-      (void)platform::OpenFileIn(live.folder, live.name, empty, truncated);
-    }
-  }
-  const bool reopened = OpenStream(filePath_, file_);
-  fileFailed_ = false;
-  if (std::strcmp(content, "keeplogs") != 0) {
-    RemoveOldCopies(kDaysOfCopies);
-  }
-  return reopened;
-}
-
-void LogTargetDefault::RemoveOldCopies(int days) {
-  platform::EntryRef live;
-  if (!platform::ResolveEntry(filePath_, /*follow_final_link=*/false, live)) {
-    return;
-  }
+void RemoveOldLogCopies(const platform::EntryRef& live, int days) {
   const NameParts parts = SplitName(live.name);
   const std::string live_name = parts.has_ext ? parts.stem + "." + parts.ext : parts.stem;
 

@@ -1,0 +1,33 @@
+// Setting a log file aside when it has grown too large, and removing its
+// old copies. Everything acts through the folder that holds the live file,
+// so a user who can change that folder cannot redirect any of it.
+#ifndef ORU_OOBE_LOG_ROTATION_H
+#define ORU_OOBE_LOG_ROTATION_H
+
+#include "platform/safe_fs.h"
+
+#include <cstdint>
+
+namespace oobe {
+
+// The size at which a log is set aside, by the target's level threshold:
+// 50 MiB for TRACE, 20 MiB for DEBUG, 10 MiB otherwise.
+uint64_t RotationSizeLimit(int32_t level);
+
+// Whether the keep-logs marker "asu.trace" of the log folder holds exactly
+// "keeplogs" (and may be written).
+bool KeepLogsMarked(const platform::FolderHandle& folder);
+
+// Copies the live log to "<stem> <local time>[_NN].<ext>" in its folder,
+// first under a temporary name that takes the copy's name only once the
+// copy is complete. True when the copy has its name.
+bool CopyLiveLog(const platform::EntryRef& live);
+
+// Keeps the copies of the last `days` days, at most days + 1 files with the
+// live log, and deletes older copies and any other regular file named
+// after the log, below the log folder.
+void RemoveOldLogCopies(const platform::EntryRef& live, int days);
+
+} // namespace oobe
+
+#endif // ORU_OOBE_LOG_ROTATION_H
