@@ -164,6 +164,19 @@ TEST_F(RotationTest, SecondRotationInOneSecondKeepsTheFirstCopy) {
   }
 }
 
+TEST_F(RotationTest, TemporaryCopyLeftByAKilledRotationGoesAtTheNextAndNeverCarriesACopysName) {
+  // What a rotation killed during its copy leaves: part of a log under the
+  // temporary name, the live file still full.
+  oru_testing::WriteFile(folder_ + "/.test.log.rotating", "half a cop");
+  Grow(kTenMiB);
+  ASSERT_TRUE(target_.CheckSizeAndCleanUp());
+  const auto copies = Copies();
+  ASSERT_EQ(copies.size(), 1u) << "the temporary is gone, one whole copy is there";
+  EXPECT_EQ(copies[0].rfind("test " + LocalDate(0) + " ", 0), 0u) << copies[0];
+  EXPECT_EQ(SizeOf(folder_ + "/" + copies[0]), kTenMiB);
+  EXPECT_EQ(SizeOf(live_), 0u);
+}
+
 TEST_F(RotationTest, ChecksRunEvery900SecondsOneLineLate) {
   ASSERT_TRUE(target_.Open());
   const int64_t opened = NowSeconds();
