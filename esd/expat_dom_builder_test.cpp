@@ -1,6 +1,6 @@
 #include "esd/expat_dom_builder.h"
-#include "testing/xml_test_support.h"
 #include "testing/sandbox.h"
+#include "testing/xml_test_support.h"
 
 #include <fstream>
 #include <gtest/gtest.h>

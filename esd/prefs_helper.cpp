@@ -3,6 +3,9 @@
 // gate), then:
 //   prefs_helper set-keys PATH PREFIX COUNT
 //     sets the int keys PREFIX0..PREFIX<COUNT-1> to i, then to i + 1000000;
+//   prefs_helper ack-keys PATH PREFIX COUNT
+//     sets the int keys PREFIX0..PREFIX<COUNT-1> to i, printing i on its
+//     own line as soon as the save of that key has returned;
 //   prefs_helper map-add PATH MAP PREFIX COUNT
 //     adds PREFIX0..PREFIX<COUNT-1> to the bool map MAP, one at a time, each
 //     as a read-modify-write under the file's lock.
@@ -35,7 +38,7 @@ template <typename Update> bool WithRetries(Update update, int& retries) {
 
 int main(int argc, char** argv) {
   if (argc < 5) {
-    std::fprintf(stderr, "usage: prefs_helper set-keys PATH PREFIX COUNT | "
+    std::fprintf(stderr, "usage: prefs_helper set-keys|ack-keys PATH PREFIX COUNT | "
                          "map-add PATH MAP PREFIX COUNT\n");
     return 2;
   }
@@ -64,6 +67,16 @@ int main(int argc, char** argv) {
           return 1;
         }
       }
+    }
+  } else if (command == "ack-keys" && argc == 5) {
+    const std::string prefix = argv[3];
+    const int count = std::stoi(argv[4]);
+    for (int i = 0; i < count; ++i) {
+      if (!WithRetries([&] { return writer.SetPref<int>(prefix + std::to_string(i), i); },
+                       retries)) {
+        return 1;
+      }
+      std::cout << i << std::endl;
     }
   } else if (command == "map-add" && argc == 6) {
     esd::MapPref<std::string, bool> map(argv[3]);

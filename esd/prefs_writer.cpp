@@ -147,28 +147,24 @@ bool PrefsWriter::Save() {
   if (!lock.held()) {
     return false;
   }
-  // Opened as a file of its own: a link at its name is not followed and a
-  // FIFO there is refused, and in a user's folder a privileged process
-  // writes it as that user.
-  platform::OpenOptions replace;
-  replace.access = platform::FileAccess::kWrite;
-  replace.create = true;
-  replace.truncate = true;
-  platform::ScopedFd file;
-  if (!platform::OpenFileAt(prefsPath_, replace, file)) {
-    return false;
-  }
-  bool written = true;
+  // Every program sharing the file truncates it and writes it again, which
+  // a kill at the wrong moment leaves empty or half written, and every
+  // preference of every program is then gone. This save writes the same
+  // bytes to a new file beside it and renames that over it instead, so the
+  // file is always the old one or the new one, whole. In a user's folder a
+  // privileged process does that as the user.
+  std::string bytes;
   if (const XMLDocumentNode* document = domBuilder_.GetDocument()) {
-    // The writer flushes at every line; printing into memory first makes the
-    // file one write, so a reader that bypasses the lock sees a torn file for
-    // the shortest time and a save costs one system call, not one per line.
     std::ostringstream text;
     WriteXMLNode(text, document);
-    const std::string bytes = text.str();
-    written = platform::WriteAll(file.get(), bytes.data(), bytes.size());
+    bytes = text.str();
   }
-  file.reset();
+  platform::EntryRef file;
+  const bool written = platform::ResolveEntry(prefsPath_, /*follow_final_link=*/false, file) &&
+                       platform::ReplaceFileContents(file.folder, file.name, bytes, 0666);
+  if (!written) {
+    return false; // the lock taken here is released on the way out
+  }
   RecordSavedDate();
   const bool released = lock.Release();
   return written && released;

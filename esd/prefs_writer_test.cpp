@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace esd {
 namespace {
@@ -49,6 +50,48 @@ protected:
 TEST_F(PrefsWriterTest, SettingABoolOnAMissingFileCreatesExactlyThisFile) {
   PrefsWriter writer(path_, "Preferences");
   ASSERT_TRUE(writer.SetPref<bool>("AutoCheck", true));
+  EXPECT_EQ(FileText(), std::string(kDeclaration) +
+                            "<Preferences>\n<AutoCheck>1</AutoCheck>\n</Preferences>\n");
+}
+
+// A save writes a new file and renames it over the old one (other programs
+// truncate and rewrite in place): the same bytes, and the file keeps what
+// the old one carried.
+TEST_F(PrefsWriterTest, SaveByRenameKeepsTheModeOwnerAndGroupOfTheFileItReplaces) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root to give the file another owner";
+  }
+  WriteFile(path_, std::string(kDeclaration) + "<Preferences>\n</Preferences>\n");
+  ASSERT_EQ(chown(path_.c_str(), 12345, 23456), 0);
+  ASSERT_EQ(chmod(path_.c_str(), 0640), 0);
+  PrefsWriter writer(path_, "Preferences");
+  ASSERT_TRUE(writer.SetPref<bool>("AutoCheck", true));
+  struct stat info;
+  ASSERT_EQ(stat(path_.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 07777, 0640u);
+  EXPECT_EQ(info.st_uid, 12345u);
+  EXPECT_EQ(info.st_gid, 23456u);
+  EXPECT_EQ(FileText(), std::string(kDeclaration) +
+                            "<Preferences>\n<AutoCheck>1</AutoCheck>\n</Preferences>\n");
+}
+
+TEST_F(PrefsWriterTest, SaveByRenameReplacesALinkAtThePathAndNeverItsTarget) {
+  const std::string target = sandbox_.Path("elsewhere.dat");
+  WriteFile(target, "not preferences");
+  ASSERT_EQ(symlink(target.c_str(), path_.c_str()), 0);
+  PrefsWriter writer(path_, "Preferences");
+  ASSERT_TRUE(writer.SetPref<bool>("AutoCheck", true));
+  struct stat info;
+  ASSERT_EQ(lstat(path_.c_str(), &info), 0);
+  EXPECT_TRUE(S_ISREG(info.st_mode));
+  EXPECT_EQ(ReadFile(target), "not preferences");
+}
+
+TEST_F(PrefsWriterTest, SaveByRenameRemovesWhatADeadSaveLeftAndLeavesNothingBeside) {
+  WriteFile(sandbox_.Path(".prefs.dat.saving"), "<Preferences><half");
+  PrefsWriter writer(path_, "Preferences");
+  ASSERT_TRUE(writer.SetPref<bool>("AutoCheck", true));
+  EXPECT_FALSE(platform::PathExists(sandbox_.Path(".prefs.dat.saving")));
   EXPECT_EQ(FileText(), std::string(kDeclaration) +
                             "<Preferences>\n<AutoCheck>1</AutoCheck>\n</Preferences>\n");
 }

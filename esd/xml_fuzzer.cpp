@@ -2,8 +2,8 @@
 // that back. Nothing may crash, leak or hang; where the parsed tree is one
 // the writer prints faithfully, the second read must give the same tree.
 #include "esd/expat_dom_builder.h"
-#include "testing/xml_test_support.h"
 #include "testing/sandbox.h"
+#include "testing/xml_test_support.h"
 
 #include <cstdint>
 #include <cstdlib>

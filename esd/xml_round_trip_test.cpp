@@ -1,7 +1,7 @@
 // Whatever tree the writer prints reads back the same.
 #include "esd/expat_dom_builder.h"
-#include "testing/xml_test_support.h"
 #include "testing/sandbox.h"
+#include "testing/xml_test_support.h"
 
 #include <gtest/gtest.h>
 

@@ -140,6 +140,17 @@ bool SetModificationTime(const FolderHandle& folder, const std::string& name, ui
 // gives them.
 bool ListFolder(const FolderHandle& folder, std::vector<std::string>& names);
 
+// Replaces the file `name` of `folder` by a file holding `bytes`, so that a
+// reader sees the old content or the new, whole, even if the process dies
+// at any instruction: the bytes go to a temporary beside it (created new,
+// made to carry the mode, owner and group of the file it replaces) and are
+// flushed to disk; the temporary is renamed over the name (which replaces a
+// link or FIFO there too, never what it points to) and the folder flushed.
+// A new file gets `mode`, less the umask. A temporary left by a process that
+// died is removed first.
+bool ReplaceFileContents(const FolderHandle& folder, const std::string& name,
+                         const std::string& bytes, mode_t mode);
+
 // Reads the whole file, or fails when it holds more than `limit` bytes.
 bool ReadAll(int fd, std::string& out, size_t limit);
 

@@ -614,6 +614,51 @@ bool ListFolder(const FolderHandle& folder, std::vector<std::string>& names) {
   return true;
 }
 
+bool ReplaceFileContents(const FolderHandle& folder, const std::string& name,
+                         const std::string& bytes, mode_t mode) {
+  if (!IsSingleComponent(name)) {
+    return Fail(EINVAL);
+  }
+  const std::string temporary = "." + name + ".saving";
+  struct stat replaced;
+  const bool replaces = StatEntry(folder, name, replaced) && S_ISREG(replaced.st_mode);
+  (void)RemoveRegularFile(folder, temporary); // left by a save that died
+  OpenOptions fresh;
+  fresh.access = FileAccess::kWrite;
+  fresh.create = true;
+  fresh.exclusive = true;
+  fresh.mode = mode;
+  ScopedFd file;
+  if (!OpenFileIn(folder, temporary, fresh, file)) {
+    return false;
+  }
+  bool written = WriteAll(file.get(), bytes.data(), bytes.size());
+  if (written && replaces) {
+    // As the folder's owner: what the user could not give, the file does
+    // not get. A group the owner is not in stays the owner's.
+    const ActAsOwnerOf as_owner(folder);
+    written = as_owner.ok();
+    if (written) {
+      (void)fchown(file.get(), replaced.st_uid, replaced.st_gid);
+      written = fchmod(file.get(), replaced.st_mode & 07777) == 0;
+    }
+  }
+  written = written && fsync(file.get()) == 0;
+  file.reset();
+  if (!written || !RenameEntry(folder, temporary, name)) {
+    const int error = errno;
+    (void)RemoveRegularFile(folder, temporary);
+    return Fail(error);
+  }
+  // The rename is only durable once the folder is; where the file system
+  // cannot flush a folder, the new content stands all the same.
+  const ScopedFd listing(openat(folder.fd(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (listing.valid()) {
+    (void)fsync(listing.get());
+  }
+  return true;
+}
+
 bool ReadAll(int fd, std::string& out, size_t limit) {
   std::string content;
   char chunk[16384];
