@@ -3,11 +3,26 @@
 #include "esd/xml_writer.h"
 #include "platform/fs_ops.h"
 #include "platform/safe_fs.h"
+#include "platform/utf8.h"
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 
 namespace esd {
+
+bool IsStorableText(const std::string& text) {
+  // A quarter of the file limit: a preference is far smaller, and the file
+  // holds every other preference besides.
+  constexpr size_t kMaxTextBytes = ExpatDOMBuilder<XMLDocumentNode>::kMaxFileBytes / 4;
+  if (text.size() > kMaxTextBytes || !platform::IsValidUtf8(text)) {
+    return false;
+  }
+  return std::none_of(text.begin(), text.end(), [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x20 && byte != '\t' && byte != '\n' && byte != '\r';
+  });
+}
 
 PrefsWriter::ScopedLock::ScopedLock(PrefsWriter& writer) : writer_(writer) {
   LockPolicyInterface* policy = writer_.lockPolicy_;

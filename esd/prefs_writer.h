@@ -21,6 +21,13 @@
 
 namespace esd {
 
+// Whether text can be stored in the preferences file and read back exactly:
+// valid UTF-8, no control character other than tab, line feed and carriage
+// return (XML 1.0 cannot carry them), and short enough for the reader's
+// limits. Other programs of the product write such text all the same and
+// leave a file that does not read back; the setters here refuse it.
+bool IsStorableText(const std::string& text);
+
 class PrefsWriter : private boost::noncopyable {
 public:
   // Takes the lock policy for the length of one operation unless the caller
@@ -126,6 +133,11 @@ bool PrefsWriter::GetPref(const std::string& name, T& out, const T& default_valu
 
 template <typename T> bool PrefsWriter::SetPref(const std::string& name, const T& value) {
   static_assert(kSupported<T>, "preferences hold bool, int, unsigned long or std::string");
+  if constexpr (std::is_same_v<T, std::string>) {
+    if (!IsStorableText(value)) {
+      return false; // nothing changes, in memory or on disk
+    }
+  }
   ScopedLock lock(*this);
   if (!lock.held()) {
     return false;

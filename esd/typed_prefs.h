@@ -8,6 +8,7 @@
 #define ORU_ESD_TYPED_PREFS_H
 
 #include "esd/change_type.h"
+#include "esd/expat_dom_builder.h"
 #include "esd/prefs_writer.h"
 #include "esd/xml_node.h"
 
@@ -75,6 +76,22 @@ public:
   virtual bool Set(const std::map<K, V>& value) {
     if (!prefs) {
       return false;
+    }
+    // A key is an attribute value, and goes in a tag the reader takes whole:
+    // it must stay well within the longest markup the reader accepts.
+    constexpr size_t kMaxKeyBytes = ExpatDOMBuilder<XMLDocumentNode>::kMaxMarkupBytes / 4;
+    if (value.size() >= ExpatDOMBuilder<XMLDocumentNode>::kMaxNodes / 2) {
+      return false;
+    }
+    for (const auto& [entry_key, entry_value] : value) {
+      if (!IsStorableText(entry_key) || entry_key.size() > kMaxKeyBytes) {
+        return false;
+      }
+      if constexpr (std::is_same_v<V, std::string>) {
+        if (!IsStorableText(entry_value)) {
+          return false;
+        }
+      }
     }
     PrefsWriter::ScopedLock lock(*prefs);
     if (!lock.held()) {

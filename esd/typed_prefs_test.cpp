@@ -155,5 +155,75 @@ TEST_F(TypedPrefsTest, MapEntriesOfAnyNameCountAndALaterDuplicateWins) {
   EXPECT_EQ(read, (std::map<std::string, bool>{{"a", false}}));
 }
 
+// Other programs of the product write any value as it is, and some then
+// leave a file that does not parse (and loses every preference when read
+// again). Here a value either reads back exactly, in another reader of the
+// file, or is refused with the file left as it was.
+struct HostileValue {
+  const char* what;
+  std::string text;
+  bool storable;
+};
+
+std::vector<HostileValue> HostileValues() {
+  return {{"double quote", "say \"hi\"", true},
+          {"markup", "<a href='x'>&amp;</a>", true},
+          {"carriage return", "line\r\nnext\r", true},
+          {"tab and line feed", "a\tb\nc", true},
+          {"non-ASCII", "caf\xc3\xa9 \xe2\x82\xac", true},
+          {"control character", std::string("bell\x07", 5), false},
+          {"NUL", std::string("a\0b", 3), false},
+          {"invalid UTF-8", "bad \xff\xfe", false},
+          {"past the reader's limits", std::string(5 * 1024 * 1024, 'v'), false}};
+}
+
+TEST_F(TypedPrefsTest, EveryHostileStringReadsBackExactlyOrIsRefusedWithTheFileUnchanged) {
+  Load("<Keep>kept</Keep>");
+  BasicPref<std::string> pref("Value", "");
+  pref.prefs = &writer_;
+  for (const HostileValue& value : HostileValues()) {
+    const std::string before = ReadFile(path_);
+    const bool stored = pref.Set(value.text);
+    EXPECT_EQ(stored, value.storable) << value.what;
+    PrefsWriter other(path_, "Preferences");
+    ASSERT_NE(other.prefsRoot(), nullptr) << value.what << ": the file does not parse";
+    if (!stored) {
+      EXPECT_EQ(ReadFile(path_), before) << value.what;
+      continue;
+    }
+    std::string read;
+    ASSERT_TRUE(other.GetPref<std::string>("Value", read, "")) << value.what;
+    EXPECT_EQ(read, value.text) << value.what;
+  }
+}
+
+TEST_F(TypedPrefsTest, EveryHostileMapKeyOrValueReadsBackExactlyOrIsRefusedWithTheFileUnchanged) {
+  Load("<Keep>kept</Keep>");
+  MapPref<std::string, std::string> map("NotificationMessage");
+  map.prefs = &writer_;
+  for (const HostileValue& value : HostileValues()) {
+    const bool key_fits = value.text.size() < 16 * 1024;
+    for (const bool as_key : {true, false}) {
+      const std::map<std::string, std::string> entries =
+          as_key ? std::map<std::string, std::string>{{value.text, "v"}}
+                 : std::map<std::string, std::string>{{"k", value.text}};
+      const std::string before = ReadFile(path_);
+      const bool stored = map.Set(entries);
+      EXPECT_EQ(stored, value.storable && (key_fits || !as_key)) << value.what;
+      PrefsWriter other(path_, "Preferences");
+      ASSERT_NE(other.prefsRoot(), nullptr) << value.what << ": the file does not parse";
+      if (!stored) {
+        EXPECT_EQ(ReadFile(path_), before) << value.what;
+        continue;
+      }
+      MapPref<std::string, std::string> read_back("NotificationMessage");
+      read_back.prefs = &other;
+      std::map<std::string, std::string> read;
+      ASSERT_TRUE(read_back.Get(read)) << value.what;
+      EXPECT_EQ(read, entries) << value.what << (as_key ? " as a key" : " as a value");
+    }
+  }
+}
+
 } // namespace
 } // namespace esd

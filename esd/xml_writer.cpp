@@ -1,10 +1,62 @@
 #include "esd/xml_writer.h"
 
+#include <string>
 #include <vector>
 
 namespace esd {
 
 namespace {
+
+// Every program sharing the preferences writes attribute values as they
+// are and a CR in data as itself: a value holding a double quote, "<" or
+// "&" then gives a file that does not parse (and every preference is lost
+// when it is next read), and the reader turns a CR into LF and a tab or
+// line break in an attribute into a blank. Here they are written as
+// references, so that every value reads back as it was; a value without
+// them is written byte for byte as before.
+std::string EscapeAttributeValue(const std::string& value) {
+  if (value.find_first_of("\"<&>\t\n\r") == std::string::npos) {
+    return value;
+  }
+  std::string escaped;
+  for (const char c : value) {
+    switch (c) {
+    case '"':
+      escaped += "&quot;";
+      break;
+    case '<':
+      escaped += "&lt;";
+      break;
+    case '&':
+      escaped += "&amp;";
+      break;
+    case '>':
+      escaped += "&gt;";
+      break;
+    case '\t':
+      escaped += "&#9;";
+      break;
+    case '\n':
+      escaped += "&#10;";
+      break;
+    case '\r':
+      escaped += "&#13;";
+      break;
+    default:
+      escaped += c;
+    }
+  }
+  return escaped;
+}
+
+// Element data through EscapeXML, with a CR as a reference (see above).
+std::string EscapeData(const std::string& data) {
+  std::string escaped = XMLEscaping::EscapeXML(data.begin(), data.end());
+  for (size_t at = escaped.find('\r'); at != std::string::npos; at = escaped.find('\r', at)) {
+    escaped.replace(at, 1, "&#13;");
+  }
+  return escaped;
+}
 
 void NewLine(std::ostream& out) {
   out << '\n' << std::flush;
@@ -15,7 +67,7 @@ void WriteOpening(std::ostream& out, const XMLDocumentNode& node) {
   if (node.isDocument) {
     out << "<?xml version=\"" << node.version << "\" ";
     for (const auto& [name, value] : node.GetAttributes()) {
-      out << name << "=\"" << value << "\" ";
+      out << name << "=\"" << EscapeAttributeValue(value) << "\" ";
     }
     out << "?>";
     NewLine(out);
@@ -23,12 +75,12 @@ void WriteOpening(std::ostream& out, const XMLDocumentNode& node) {
   }
   out << '<' << node.GetName();
   for (const auto& [name, value] : node.GetAttributes()) {
-    out << ' ' << name << "=\"" << value << '"';
+    out << ' ' << name << "=\"" << EscapeAttributeValue(value) << '"';
   }
   out << '>';
   const std::string data = node.GetData();
   if (!data.empty()) {
-    out << XMLEscaping::EscapeXML(data.begin(), data.end());
+    out << EscapeData(data);
   } else if (!node.children.empty()) {
     NewLine(out);
   }

@@ -124,10 +124,24 @@ TEST(WriteXMLNodeTest, TextDataBeforeChildrenIsFollowedDirectlyByTheFirstChild) 
   EXPECT_EQ(Write(&node), "<Root>text<A></A>\n</Root>");
 }
 
-TEST(WriteXMLNodeTest, AttributeValueWithAmpersandIsPrintedUnescaped) {
+// Other programs print attribute values as they are, which for these gives
+// a file that does not parse; this writer escapes them so that it reads back.
+TEST(WriteXMLNodeTest, AttributeValueWithMarkupOrLineBreaksIsEscapedToReadBack) {
   XMLDocumentNode node("A");
-  node.SetAttributeData("k", "x&y");
-  EXPECT_EQ(Write(&node), "<A k=\"x&y\"></A>");
+  node.SetAttributeData("k", "x&y\"<z>\t\n\r");
+  EXPECT_EQ(Write(&node), "<A k=\"x&amp;y&quot;&lt;z&gt;&#9;&#10;&#13;\"></A>");
+}
+
+TEST(WriteXMLNodeTest, AttributeValueWithoutMarkupIsPrintedByteForByteAsBefore) {
+  XMLDocumentNode node("A");
+  node.SetAttributeData("k", "plain 'value' é");
+  EXPECT_EQ(Write(&node), "<A k=\"plain 'value' é\"></A>");
+}
+
+TEST(WriteXMLNodeTest, CarriageReturnInDataIsAReferenceSoItDoesNotReadBackAsLineFeed) {
+  XMLDocumentNode node("A");
+  node.SetData("a\r\nb");
+  EXPECT_EQ(Write(&node), "<A>a&#13;\nb</A>");
 }
 
 TEST(WriteXMLNodeTest, AttributesSetAsBThenAPrintInNameOrder) {
