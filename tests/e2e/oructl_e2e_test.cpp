@@ -277,6 +277,8 @@ TEST_F(OructlTest, BadPrefsInputIsAOneLineErrorWithExitTwoAndChangesNothing) {
         std::vector<std::string>{"prefs", "set", "AutoCheck", "yes"},
         std::vector<std::string>{"prefs", "set", "WebFeedSize", "-1"},
         std::vector<std::string>{"prefs", "set", "ChannelsEnabled", "a=maybe"},
+        std::vector<std::string>{"prefs", "set", "DisplayLang", "bell\x07"},
+        std::vector<std::string>{"prefs", "set", "DisplayLang", "bad \xff"},
         std::vector<std::string>{"prefs", "frobnicate"}, std::vector<std::string>{"prefs"},
         std::vector<std::string>{"nonsense"}}) {
     ChildProgram child = oru_testing::StartProgram(ORU_ORUCTL, arguments);
@@ -284,6 +286,15 @@ TEST_F(OructlTest, BadPrefsInputIsAOneLineErrorWithExitTwoAndChangesNothing) {
     EXPECT_EQ(oru_testing::FinishProgram(child), 2) << arguments.back();
   }
   EXPECT_EQ(oru_testing::ReadFile(PrefsPath()), before);
+}
+
+TEST_F(OructlTest, ValueThatCannotBeStoredIsRefusedSayingWhy) {
+  ChildProgram child =
+      oru_testing::StartProgram(ORU_ORUCTL, {"prefs", "set", "DisplayLang", "bell\x07"});
+  oru_testing::ReadAll(child);
+  EXPECT_EQ(oru_testing::FinishProgram(child), 2);
+  // Refused before anything was read or written: no file was made.
+  EXPECT_FALSE(platform::PathExists(PrefsPath()));
 }
 
 TEST_F(OructlTest, CorruptPreferencesFileIsRefusedAndLeftAsItIs) {

@@ -146,6 +146,14 @@ bool ValueText(const UpdaterPrefEntry& entry, std::string& text, bool& is_defaul
 // 0 stored; kError with a message for a value of the wrong type or a save
 // that failed.
 int StoreText(const UpdaterPrefEntry& entry, const std::string& text) {
+  // The whole text (a map's keys and values included) passes the same rule
+  // the setters apply; saying so here names the cause, which a failed save
+  // cannot.
+  if (!esd::IsStorableText(text)) {
+    return Fail(std::string("the value for ") + entry.key +
+                " cannot be stored: it holds a control character other than tab, line feed "
+                "or carriage return, is not valid UTF-8, or is too long");
+  }
   bool converted = true;
   bool saved = false;
   if (entry.boolPref) {
