@@ -67,6 +67,35 @@ int64_t NowSeconds() {
   return now.tv_sec;
 }
 
+// A process holding load.log's lock in `folder`, once it says it has it
+// (pid -1 when it never did).
+Helper StartHolder(const std::string& folder, const int (&gate)[2]) {
+  Helper holder = Start({"hold", folder, "load.log"}, gate);
+  char ready[16] = "";
+  if (!fgets(ready, sizeof ready, holder.output) || std::string(ready) != "locked\n") {
+    holder.pid = -1;
+  }
+  return holder;
+}
+
+// `count` writers of `lines` lines of `pad` x's each on load.log, behind
+// one start gate that this opens.
+std::vector<Helper> StartWriters(const std::string& folder, int count, int lines, int pad) {
+  int gate[2];
+  std::vector<Helper> writers;
+  if (pipe(gate) != 0) {
+    return writers;
+  }
+  for (int id = 0; id < count; ++id) {
+    writers.push_back(Start({"write", folder, "load.log", std::to_string(id), std::to_string(lines),
+                             std::to_string(NowSeconds()), std::to_string(pad)},
+                            gate));
+  }
+  close(gate[0]);
+  close(gate[1]);
+  return writers;
+}
+
 TEST(LogMultiprocessTest, EightWritersLoseNoLineThroughRotations) {
   constexpr int kWriters = 8;
   constexpr int kLines = 20000;
@@ -282,21 +311,10 @@ TEST(LogMultiprocessTest, WriterKilledHoldingTheLockStopsNobodyAndNoSetIsLeft) {
   oru_testing::WriteFile(folder + "/load.log", "");
   int holder_gate[2];
   ASSERT_EQ(pipe(holder_gate), 0);
-  Helper holder = Start({"hold", folder, "load.log"}, holder_gate);
-  char ready[16] = "";
-  ASSERT_TRUE(fgets(ready, sizeof ready, holder.output));
-  ASSERT_STREQ(ready, "locked\n");
+  Helper holder = StartHolder(folder, holder_gate);
+  ASSERT_GT(holder.pid, 0);
 
-  int gate[2];
-  ASSERT_EQ(pipe(gate), 0);
-  std::vector<Helper> writers;
-  for (int id = 0; id < kWriters; ++id) {
-    writers.push_back(Start({"write", folder, "load.log", std::to_string(id),
-                             std::to_string(kLines), std::to_string(NowSeconds()), "4"},
-                            gate));
-  }
-  close(gate[0]);
-  close(gate[1]);
+  std::vector<Helper> writers = StartWriters(folder, kWriters, kLines, 4);
   kill(holder.pid, SIGKILL);
   EXPECT_EQ(Finish(holder), -SIGKILL);
   close(holder_gate[0]);
@@ -318,25 +336,13 @@ TEST(LogMultiprocessTest, WriterStoppedHoldingTheLockDelaysTheOthersOnlyByTheBou
   oru_testing::WriteFile(folder + "/load.log", "");
   int holder_gate[2];
   ASSERT_EQ(pipe(holder_gate), 0);
-  Helper holder = Start({"hold", folder, "load.log"}, holder_gate);
-  char ready[16] = "";
-  ASSERT_TRUE(fgets(ready, sizeof ready, holder.output));
-  ASSERT_STREQ(ready, "locked\n");
+  Helper holder = StartHolder(folder, holder_gate);
+  ASSERT_GT(holder.pid, 0);
   // Stopped as a debugger or a suspended job would stop it: it keeps the
   // lock for as long as it stays stopped.
   ASSERT_EQ(kill(holder.pid, SIGSTOP), 0);
 
-  int gate[2];
-  ASSERT_EQ(pipe(gate), 0);
-  std::vector<Helper> writers;
-  for (int id = 0; id < kWriters; ++id) {
-    writers.push_back(
-        Start({"write", folder, "load.log", std::to_string(id), std::to_string(kLines),
-               std::to_string(NowSeconds()), std::to_string(kPad)},
-              gate));
-  }
-  close(gate[0]);
-  close(gate[1]);
+  std::vector<Helper> writers = StartWriters(folder, kWriters, kLines, kPad);
   for (Helper& writer : writers) {
     EXPECT_EQ(Finish(writer), 0);
   }
