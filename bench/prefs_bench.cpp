@@ -66,27 +66,17 @@ std::string FileBytes() {
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
-// The same I/O as a save, in bare system calls: the lock's own protocol, a
-// look at the file, the new content written beside it and flushed, renamed
-// over it, the folder flushed.
-void BM_Floor(benchmark::State& state) {
+// A floor: the lock's own protocol (a named semaphore created exclusively,
+// then unlinked) and a look at the file around `save`, in bare system calls.
+template <typename Save> void RunFloor(benchmark::State& state, Save save) {
   const std::string path = Prefs().prefsPath() + ".floor";
-  const std::string temporary = path + ".saving";
-  const std::string folder = path.substr(0, path.rfind('/'));
   const std::string bytes = FileBytes();
   const std::string semaphore = "/oru-bench-floor";
   for (auto _ : state) {
     sem_t* lock = sem_open(semaphore.c_str(), O_CREAT | O_EXCL, 0700, 1);
     struct stat info;
     stat(path.c_str(), &info);
-    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
-    (void)!write(fd, bytes.data(), bytes.size());
-    fsync(fd);
-    close(fd);
-    rename(temporary.c_str(), path.c_str());
-    const int dir = open(folder.c_str(), O_RDONLY | O_DIRECTORY);
-    fsync(dir);
-    close(dir);
+    save(path, bytes);
     sem_unlink(semaphore.c_str());
     sem_close(lock);
   }
@@ -94,24 +84,30 @@ void BM_Floor(benchmark::State& state) {
   state.counters["file_bytes"] = static_cast<double>(bytes.size());
 }
 
+// The same I/O as a save: the new content written beside the file and
+// flushed, renamed over it, the folder flushed.
+void BM_Floor(benchmark::State& state) {
+  RunFloor(state, [](const std::string& path, const std::string& bytes) {
+    const std::string temporary = path + ".saving";
+    const int fd = open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL, 0644);
+    (void)!write(fd, bytes.data(), bytes.size());
+    fsync(fd);
+    close(fd);
+    rename(temporary.c_str(), path.c_str());
+    const int dir = open(path.substr(0, path.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY);
+    fsync(dir);
+    close(dir);
+  });
+}
+
 // What every other program of the product does, and what this one did
 // before its saves were made durable: truncate and write in place.
 void BM_TruncateInPlace(benchmark::State& state) {
-  const std::string path = Prefs().prefsPath() + ".floor";
-  const std::string bytes = FileBytes();
-  const std::string semaphore = "/oru-bench-floor";
-  for (auto _ : state) {
-    sem_t* lock = sem_open(semaphore.c_str(), O_CREAT | O_EXCL, 0700, 1);
-    struct stat info;
-    stat(path.c_str(), &info);
+  RunFloor(state, [](const std::string& path, const std::string& bytes) {
     const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
     (void)!write(fd, bytes.data(), bytes.size());
     close(fd);
-    sem_unlink(semaphore.c_str());
-    sem_close(lock);
-  }
-  unlink(path.c_str());
-  state.counters["file_bytes"] = static_cast<double>(bytes.size());
+  });
 }
 
 void BM_Set(benchmark::State& state) {

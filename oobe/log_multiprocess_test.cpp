@@ -302,61 +302,70 @@ TEST(LogMultiprocessTest, KillsDuringRotationLoseNoLineAndLeaveNoPartialCopy) {
   EXPECT_EQ(partial_copies, 0);
 }
 
-TEST(LogMultiprocessTest, WriterKilledHoldingTheLockStopsNobodyAndNoSetIsLeft) {
+// A log whose lock another process has held since before the test began.
+class HeldLogLockTest : public ::testing::Test {
+protected:
+  void SetUp() override {
+    ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
+    oru_testing::WriteFile(folder_ + "/load.log", "");
+    ASSERT_EQ(pipe(holder_gate_), 0);
+    holder_ = StartHolder(folder_, holder_gate_);
+    ASSERT_GT(holder_.pid, 0);
+  }
+
+  void TearDown() override {
+    if (holder_.pid > 0) {
+      KillHolder();
+    }
+  }
+
+  // Kills the holder, stopped or not, and reaps it.
+  void KillHolder() {
+    kill(holder_.pid, SIGKILL);
+    EXPECT_EQ(Finish(holder_), -SIGKILL);
+    holder_.pid = -1;
+    close(holder_gate_[0]);
+    close(holder_gate_[1]);
+  }
+
+  oru_testing::Sandbox sandbox_;
+  const std::string folder_ = sandbox_.Path("logs");
+  int holder_gate_[2] = {-1, -1};
+  Helper holder_;
+};
+
+TEST_F(HeldLogLockTest, WriterKilledHoldingTheLockStopsNobodyAndNoSetIsLeft) {
   constexpr int kWriters = 3;
   constexpr int kLines = 500;
-  oru_testing::Sandbox sandbox;
-  const std::string folder = sandbox.Path("logs");
-  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
-  oru_testing::WriteFile(folder + "/load.log", "");
-  int holder_gate[2];
-  ASSERT_EQ(pipe(holder_gate), 0);
-  Helper holder = StartHolder(folder, holder_gate);
-  ASSERT_GT(holder.pid, 0);
-
-  std::vector<Helper> writers = StartWriters(folder, kWriters, kLines, 4);
-  kill(holder.pid, SIGKILL);
-  EXPECT_EQ(Finish(holder), -SIGKILL);
-  close(holder_gate[0]);
-  close(holder_gate[1]);
+  std::vector<Helper> writers = StartWriters(folder_, kWriters, kLines, 4);
+  KillHolder();
   for (Helper& writer : writers) {
     EXPECT_EQ(Finish(writer), 0);
   }
-  EXPECT_EQ(LinesOf(folder + "/load.log").size(), static_cast<size_t>(kWriters * kLines));
-  EXPECT_FALSE(SemaphoreSetExists(folder + "/load.log"));
+  EXPECT_EQ(LinesOf(folder_ + "/load.log").size(), static_cast<size_t>(kWriters * kLines));
+  EXPECT_FALSE(SemaphoreSetExists(folder_ + "/load.log"));
 }
 
-TEST(LogMultiprocessTest, WriterStoppedHoldingTheLockDelaysTheOthersOnlyByTheBound) {
+TEST_F(HeldLogLockTest, WriterStoppedHoldingTheLockDelaysTheOthersOnlyByTheBound) {
   constexpr int kWriters = 3;
   constexpr int kLines = 500;
   constexpr int kPad = 200;
-  oru_testing::Sandbox sandbox;
-  const std::string folder = sandbox.Path("logs");
-  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
-  oru_testing::WriteFile(folder + "/load.log", "");
-  int holder_gate[2];
-  ASSERT_EQ(pipe(holder_gate), 0);
-  Helper holder = StartHolder(folder, holder_gate);
-  ASSERT_GT(holder.pid, 0);
   // Stopped as a debugger or a suspended job would stop it: it keeps the
   // lock for as long as it stays stopped.
-  ASSERT_EQ(kill(holder.pid, SIGSTOP), 0);
+  ASSERT_EQ(kill(holder_.pid, SIGSTOP), 0);
 
-  std::vector<Helper> writers = StartWriters(folder, kWriters, kLines, kPad);
+  std::vector<Helper> writers = StartWriters(folder_, kWriters, kLines, kPad);
   for (Helper& writer : writers) {
     EXPECT_EQ(Finish(writer), 0);
   }
-  kill(holder.pid, SIGKILL);
-  EXPECT_EQ(Finish(holder), -SIGKILL);
-  close(holder_gate[0]);
-  close(holder_gate[1]);
+  KillHolder();
 
   // Every line whole, every writer's lines all there and in order.
   const std::regex shape("p([0-9]+) n([0-9]+) x{" + std::to_string(kPad) + "}");
   std::vector<int> next(kWriters, 0);
   int torn = 0;
   int out_of_order = 0;
-  for (const std::string& line : LinesOf(folder + "/load.log")) {
+  for (const std::string& line : LinesOf(folder_ + "/load.log")) {
     const std::string message = MessageOf(line);
     std::smatch match;
     if (!std::regex_match(message, match, shape)) {
