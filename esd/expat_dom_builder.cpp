@@ -62,44 +62,77 @@ bool ExpatDOMBuilder<Node>::Create(const char* encoding, const char* namespace_s
 
 template <typename Node>
 bool ExpatDOMBuilder<Node>::ParseFile(const std::string& path, bool result_if_no_data) {
+  switch (ReadFile(path, nullptr)) {
+  case FileResult::kParsed:
+    return true;
+  case FileResult::kNoData:
+  case FileResult::kUnreadable:
+    return result_if_no_data;
+  case FileResult::kMalformed:
+  case FileResult::kOverLimit:
+    break;
+  }
+  return false;
+}
+
+template <typename Node>
+typename ExpatDOMBuilder<Node>::FileResult ExpatDOMBuilder<Node>::ReadFile(const std::string& path,
+                                                                           struct stat* info) {
   // Only a regular file holds data, opened without following a link at its
   // name. Anything else (a folder, a FIFO that would block for ever, a
-  // link) opens as nothing: a caller that removes unreadable files must
-  // never be told that such an item failed to parse.
+  // link) holds none, as a missing file: a caller that puts malformed files
+  // aside must never be told that such an item failed to parse. A regular
+  // file that cannot be read is another matter: its bytes are unknown.
   platform::ScopedFd file;
-  struct stat info;
-  if (!platform::OpenFileAt(path, platform::OpenOptions(), file) || fstat(file.get(), &info) != 0 ||
-      info.st_size <= 0) {
-    return result_if_no_data;
+  struct stat status;
+  if (!platform::OpenFileAt(path, platform::OpenOptions(), file)) {
+    const bool nothing_there =
+        errno == ENOENT || errno == ENOTDIR || errno == ELOOP || errno == EINVAL || errno == EISDIR;
+    return nothing_there ? FileResult::kNoData : FileResult::kUnreadable;
   }
-  if (!parser_ || static_cast<uint64_t>(info.st_size) > kMaxFileBytes) {
-    return false;
+  if (fstat(file.get(), &status) != 0) {
+    return FileResult::kUnreadable;
   }
-
-  bool result = true;
+  if (info) {
+    *info = status;
+  }
+  if (status.st_size <= 0) {
+    return FileResult::kNoData;
+  }
+  if (!parser_) {
+    return FileResult::kOverLimit; // no parser: nothing was learnt of the bytes
+  }
+  if (static_cast<uint64_t>(status.st_size) > kMaxFileBytes) {
+    return FileResult::kOverLimit;
+  }
   uint64_t total = 0;
-  while (result) {
+  for (;;) {
     void* buffer = XML_GetBuffer(parser_, static_cast<int>(kChunkBytes));
     if (!buffer) {
-      return false;
+      return FileResult::kOverLimit;
     }
     const ssize_t got = ReadChunk(file.get(), static_cast<char*>(buffer), kChunkBytes);
     if (got < 0) {
-      return false;
+      return FileResult::kUnreadable;
     }
     total += static_cast<uint64_t>(got);
     if (total > kMaxFileBytes) {
-      return false; // the file grew past the limit while being read
+      return FileResult::kOverLimit; // the file grew past the limit while being read
     }
     // A short read is the end of the file: that chunk is the final one.
     const bool final_chunk = static_cast<size_t>(got) < kChunkBytes;
-    result = XML_ParseBuffer(parser_, static_cast<int>(got), final_chunk) == XML_STATUS_OK &&
-             PendingMarkupBytes() <= kMaxMarkupBytes;
+    const bool accepted =
+        XML_ParseBuffer(parser_, static_cast<int>(got), final_chunk) == XML_STATUS_OK;
+    if (limitReached_ || PendingMarkupBytes() > kMaxMarkupBytes) {
+      return FileResult::kOverLimit;
+    }
+    if (!accepted) {
+      return FileResult::kMalformed;
+    }
     if (final_chunk) {
-      break;
+      return FileResult::kParsed;
     }
   }
-  return result;
 }
 
 template <typename Node> void ExpatDOMBuilder<Node>::Clear() {
@@ -114,6 +147,7 @@ template <typename Node> void ExpatDOMBuilder<Node>::Clear() {
   inElement_ = false;
   nodeCount_ = 0;
   stopped_ = false;
+  limitReached_ = false;
 }
 
 template <typename Node> int ExpatDOMBuilder<Node>::PendingMarkupBytes() const {
@@ -133,6 +167,7 @@ template <typename Node> void ExpatDOMBuilder<Node>::Stop() {
 template <typename Node>
 void ExpatDOMBuilder<Node>::StartElement(const XML_Char* name, const XML_Char** attributes) {
   if (++nodeCount_ > kMaxNodes) {
+    limitReached_ = true;
     Stop();
     return;
   }
@@ -162,6 +197,7 @@ void XMLCALL ExpatDOMBuilder<Node>::OnStartElement(void* user_data, const XML_Ch
   try {
     builder->StartElement(name, attributes);
   } catch (const std::bad_alloc&) {
+    builder->limitReached_ = true;
     builder->Stop();
   }
 }
@@ -187,6 +223,7 @@ void XMLCALL ExpatDOMBuilder<Node>::OnCharacterData(void* user_data, const XML_C
     builder->scratchValue_.assign(text, static_cast<size_t>(length));
     builder->nodeStack_.top()->AppendData(builder->scratchValue_);
   } catch (const std::bad_alloc&) {
+    builder->limitReached_ = true;
     builder->Stop();
   }
 }

@@ -15,6 +15,7 @@
 #include <memory>
 #include <stack>
 #include <string>
+#include <sys/stat.h>
 
 namespace esd {
 
@@ -44,6 +45,20 @@ public:
   // tree built so far stays until the next Clear.
   bool ParseFile(const std::string& path, bool result_if_no_data);
 
+  // What reading a file came to, for a caller that must treat the cases
+  // apart: a file that is not XML may be put aside, but a file that could
+  // not be read, or was cut off at a limit, says nothing about its bytes.
+  enum class FileResult {
+    kParsed,     // the whole file parsed
+    kNoData,     // nothing at the path, or an empty file
+    kUnreadable, // something is there that cannot be read as a file
+    kMalformed,  // the bytes are not well-formed XML
+    kOverLimit,  // a limit above (or memory) ran out before the end
+  };
+  // ParseFile with the cases apart; `info`, when given, gets the status of
+  // the very file that was read (for kParsed, kMalformed and kOverLimit).
+  FileResult ReadFile(const std::string& path, struct stat* info);
+
   // Frees the parser and the document; nodes handed out before are gone.
   void Clear();
 
@@ -70,6 +85,8 @@ private:
   XML_Parser parser_ = nullptr;
   size_t nodeCount_ = 0;
   bool stopped_ = false;
+  // Why the parse was stopped: a limit or memory, not the bytes.
+  bool limitReached_ = false;
   // Reused for the strings handed to the nodes, so that reading a file does
   // not allocate a temporary per name, attribute and run of text.
   std::string scratchName_;

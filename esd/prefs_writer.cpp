@@ -1,5 +1,6 @@
 #include "esd/prefs_writer.h"
 
+#include "esd/corrupt_file.h"
 #include "esd/xml_writer.h"
 #include "platform/fs_ops.h"
 #include "platform/safe_fs.h"
@@ -10,6 +11,16 @@
 #include <stdexcept>
 
 namespace esd {
+
+namespace {
+
+PrefsLogHook log_hook = nullptr;
+
+} // namespace
+
+void SetPrefsLogHook(PrefsLogHook hook) {
+  log_hook = hook;
+}
 
 bool IsStorableText(const std::string& text) {
   // A quarter of the file limit: a preference is far smaller, and the file
@@ -59,6 +70,16 @@ PrefsWriter::~PrefsWriter() {
   prefsRoot_ = nullptr;
 }
 
+void PrefsWriter::NamePrefsPath(const std::string& path) {
+  prefsPath_ = path;
+  fileState_ = PrefsFileState::kNotRead;
+}
+
+bool PrefsWriter::IsWritable() const {
+  return fileState_ == PrefsFileState::kRead || fileState_ == PrefsFileState::kMovedAside ||
+         fileState_ == PrefsFileState::kNotRead;
+}
+
 void PrefsWriter::SetPrefsPath(const std::string& path) {
   ScopedLock lock(*this);
   if (!lock.held()) {
@@ -67,6 +88,7 @@ void PrefsWriter::SetPrefsPath(const std::string& path) {
   prefsPath_ = path;
   domBuilder_.Clear();
   prefsRoot_ = nullptr;
+  rootIndex_.Reset(nullptr);
   domBuilder_.Create(nullptr, nullptr);
   if (path.empty()) {
     // Every program sharing the file leaves a lock taken here held on this
@@ -74,19 +96,60 @@ void PrefsWriter::SetPrefsPath(const std::string& path) {
     lock.Keep();
     throw std::runtime_error("Prefs file unable to lock file for reading!");
   }
-  if (domBuilder_.ParseFile(path, true)) {
-    LoadParsedDocument();
+  struct stat info = {};
+  switch (domBuilder_.ReadFile(path, &info)) {
+  case ExpatDOMBuilder<XMLDocumentNode>::FileResult::kParsed:
+  case ExpatDOMBuilder<XMLDocumentNode>::FileResult::kNoData:
+    LoadParsedDocument(info);
+    SetFileState(PrefsFileState::kRead, std::string());
     return;
-  }
-  // A file that does not parse is only removed under a lock this call took:
-  // a caller holding the lock decides for itself.
-  if (lock.taken()) {
-    (void)platform::DeletePath(path); // EmptyDOM below starts over either way
-    EmptyDOM();
+  case ExpatDOMBuilder<XMLDocumentNode>::FileResult::kMalformed:
+    PutMalformedFileAside(info);
+    return;
+  case ExpatDOMBuilder<XMLDocumentNode>::FileResult::kUnreadable:
+    // Other programs sharing the file would take it for a missing one and
+    // save defaults over it. It is left as it is: the store answers with
+    // defaults and saves nothing.
+    lastModified_ = platform::ModificationDateOf(info);
+    SetFileState(PrefsFileState::kUnreadable, "cannot be read; it is left as it is and nothing "
+                                              "is saved over it");
+    return;
+  case ExpatDOMBuilder<XMLDocumentNode>::FileResult::kOverLimit:
+    // Well-formed as far as it was read, only larger than this reader
+    // takes: its bytes may be good, so it is never moved or deleted.
+    lastModified_ = platform::ModificationDateOf(info);
+    SetFileState(PrefsFileState::kOverLimit, "is larger than the reader's limits; it is left as "
+                                             "it is and nothing is saved over it");
+    return;
   }
 }
 
-void PrefsWriter::LoadParsedDocument() {
+void PrefsWriter::PutMalformedFileAside(const struct stat& info) {
+  // Other programs sharing the file delete one that does not parse (and
+  // only under a lock they took), which loses every preference it held.
+  // Here it is moved aside, whoever holds the lock, so its bytes can still
+  // be recovered, and the store starts over empty and writable.
+  if (!MoveCorruptFileAside(prefsPath_, movedAsideTo_)) {
+    lastModified_ = platform::ModificationDateOf(info);
+    SetFileState(PrefsFileState::kNotMoved,
+                 "does not parse and cannot be moved aside; it is left as it is and nothing is "
+                 "saved over it");
+    return;
+  }
+  EmptyDOM();
+  lastModified_ = 0;
+  SetFileState(PrefsFileState::kMovedAside, "does not parse; moved aside to " + movedAsideTo_);
+}
+
+void PrefsWriter::SetFileState(PrefsFileState state, const std::string& detail) {
+  const bool news = state != fileState_ || state == PrefsFileState::kMovedAside;
+  fileState_ = state;
+  if (news && !detail.empty() && log_hook) {
+    log_hook(2, "Preferences file " + prefsPath_ + " " + detail);
+  }
+}
+
+void PrefsWriter::LoadParsedDocument(const struct stat& info) {
   XMLDocumentNode* document = domBuilder_.GetDocument();
   const SearchResult<XMLDocumentNode> roots =
       SearchResult<XMLDocumentNode>(document).Children(NodeName(rootName_));
@@ -94,13 +157,15 @@ void PrefsWriter::LoadParsedDocument() {
     auto root = std::make_unique<XMLDocumentNode>(rootName_);
     prefsRoot_ = root.get();
     document->AddChild(root.release());
+    rootIndex_.Reset(prefsRoot_);
     return;
   }
   prefsRoot_ = roots.front();
-  uint64_t date = 0;
-  if (platform::GetModificationDate(prefsPath_, date)) {
-    lastModified_ = date;
-  }
+  rootIndex_.Reset(prefsRoot_);
+  // The date of the very file that was parsed: a save by another process
+  // between the read and a later look at the path must still count as
+  // newer than what is in memory.
+  lastModified_ = platform::ModificationDateOf(info);
 }
 
 bool PrefsWriter::LockPrefs() {
@@ -112,6 +177,10 @@ bool PrefsWriter::LockPrefs() {
 }
 
 bool PrefsWriter::RefreshIfModified() {
+  if (fileState_ == PrefsFileState::kNotRead && !prefsPath_.empty()) {
+    SetPrefsPath(prefsPath_); // the first read, now that the lock is held
+    return true;
+  }
   uint64_t date = 0;
   if (platform::GetModificationDate(prefsPath_, date)) {
     if (date > lastModified_) {
@@ -131,11 +200,13 @@ void PrefsWriter::EmptyDOM() {
   }
   domBuilder_.Clear();
   prefsRoot_ = nullptr;
+  rootIndex_.Reset(nullptr);
   if (domBuilder_.Create(nullptr, nullptr)) {
     try {
       auto root = std::make_unique<XMLDocumentNode>(rootName_);
       prefsRoot_ = root.get();
       domBuilder_.GetDocument()->AddChild(root.release());
+      rootIndex_.Reset(prefsRoot_);
     } catch (...) {
       // Out of memory: the store stays empty and every set fails.
       prefsRoot_ = nullptr;
@@ -145,7 +216,7 @@ void PrefsWriter::EmptyDOM() {
 
 bool PrefsWriter::DeleteAllPrefs() {
   ScopedLock lock(*this);
-  if (!lock.held()) {
+  if (!lock.held() || !IsWritable()) {
     return false;
   }
   if (!platform::DeletePath(prefsPath_)) {
@@ -159,7 +230,7 @@ bool PrefsWriter::DeleteAllPrefs() {
 
 bool PrefsWriter::Save() {
   ScopedLock lock(*this);
-  if (!lock.held()) {
+  if (!lock.held() || !IsWritable()) {
     return false;
   }
   // Every program sharing the file truncates it and writes it again, which
@@ -204,10 +275,10 @@ XMLDocumentNode* PrefsWriter::GetPrefsNode(const std::string& name, bool create)
   if (!prefsRoot_) {
     return nullptr;
   }
-  const SearchResult<XMLDocumentNode> found =
-      SearchResult<XMLDocumentNode>(prefsRoot_).Children(NodeName(name));
-  if (!found.empty()) {
-    return found.front();
+  // The first child of that name, as a search of the root's children with
+  // NodeName finds it, through an index.
+  if (XMLDocumentNode* found = rootIndex_.Find(name)) {
+    return found;
   }
   if (!create) {
     return nullptr;
@@ -216,6 +287,7 @@ XMLDocumentNode* PrefsWriter::GetPrefsNode(const std::string& name, bool create)
     auto node = std::make_unique<XMLDocumentNode>(name);
     XMLDocumentNode* added = node.get();
     prefsRoot_->AddChild(node.release());
+    rootIndex_.Appended(added);
     return added;
   } catch (const std::bad_alloc&) {
     return nullptr;
@@ -243,8 +315,11 @@ bool PrefsWriter::SetPref(const std::string& name, std::unique_ptr<XMLDocumentNo
     if (!prefsRoot_->RemoveChild(existing)) {
       return false;
     }
+    rootIndex_.Removed();
   }
-  prefsRoot_->AddChild(node.release());
+  XMLDocumentNode* added = node.release();
+  prefsRoot_->AddChild(added);
+  rootIndex_.Appended(added);
   return Save();
 }
 

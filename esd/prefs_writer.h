@@ -5,10 +5,16 @@
 // is guarded by an inter-process lock policy when one is set: an operation
 // that takes the lock itself first re-reads the file if another process has
 // changed it since this one last read or wrote it.
+//
+// Nothing stored is ever lost here: a file that does not parse is moved
+// aside (see corrupt_file.h), never deleted, whoever holds the lock; a file
+// that cannot be read, or is well-formed but past the reader's limits, is
+// left exactly as it is and the store is read-only in this process.
 #ifndef ORU_ESD_PREFS_WRITER_H
 #define ORU_ESD_PREFS_WRITER_H
 
 #include "esd/change_type.h"
+#include "esd/child_index.h"
 #include "esd/expat_dom_builder.h"
 #include "esd/xml_node.h"
 #include "locks/resource_locker.h"
@@ -27,6 +33,21 @@ namespace esd {
 // limits. Other programs of the product write such text all the same and
 // leave a file that does not read back; the setters here refuse it.
 bool IsStorableText(const std::string& text);
+
+// Where the store sends its log lines (facade level, message); the program
+// that owns a log installs it. Without one the lines go nowhere.
+using PrefsLogHook = void (*)(int level, const std::string& message);
+void SetPrefsLogHook(PrefsLogHook hook);
+
+// What the store made of its file at the last read.
+enum class PrefsFileState {
+  kNotRead,    // not read yet: no path, or the lock could not be had for it
+  kRead,       // read (or there is no file yet); the store is writable
+  kMovedAside, // did not parse and was moved aside; the store starts empty
+  kUnreadable, // something is there that cannot be read; read-only
+  kOverLimit,  // past the reader's limits, or memory ran out; read-only
+  kNotMoved,   // did not parse and could not be moved aside; read-only
+};
 
 class PrefsWriter : private boost::noncopyable {
 public:
@@ -55,20 +76,26 @@ public:
   PrefsWriter(const std::string& path, std::string root_name);
   virtual ~PrefsWriter();
 
-  // Switches to (or re-reads) the file at `path`. An unreadable file is
-  // deleted when this call took the lock itself; otherwise the store stays
-  // empty and unwritable until the next successful call. Throws
-  // std::runtime_error for an empty path.
+  // Switches to (or re-reads) the file at `path`; see the file comment for
+  // a file that does not parse or cannot be read. Throws std::runtime_error
+  // for an empty path.
   void SetPrefsPath(const std::string& path);
   // Takes the lock policy (if any) and re-reads a changed file.
   bool LockPrefs();
   bool RefreshIfModified();
   // A fresh, empty root element in memory; the file is not touched.
   void EmptyDOM();
-  // Deletes the file and starts over with an empty root element.
+  // Deletes the file and starts over with an empty root element. Refused
+  // while the store is read-only: the file is then left as it is.
   bool DeleteAllPrefs();
-  // Writes the whole file.
+  // Writes the whole file; refused while the store is read-only.
   bool Save();
+
+  PrefsFileState fileState() const { return fileState_; }
+  // Where a file that did not parse went, for kMovedAside.
+  const std::string& movedAsideTo() const { return movedAsideTo_; }
+  // Whether a save may replace the file.
+  bool IsWritable() const;
 
   // The root's first child named `name` (created when missing and `create`).
   // Takes no lock.
@@ -89,6 +116,9 @@ public:
   void setLockPolicy(LockPolicyInterface* policy) { lockPolicy_ = policy; }
   const std::string& prefsPath() const { return prefsPath_; }
   const std::string& rootName() const { return rootName_; }
+  // Names the file without reading it, so that the first read can happen
+  // under a lock policy set afterwards (see SetPrefsPath).
+  void NamePrefsPath(const std::string& path);
   uint64_t lastModified() const { return lastModified_; }
   XMLDocumentNode* prefsRoot() const { return prefsRoot_; }
 
@@ -98,7 +128,12 @@ private:
       std::is_same_v<T, bool> || std::is_same_v<T, int> || std::is_same_v<T, unsigned long> ||
       std::is_same_v<T, std::string>;
 
-  void LoadParsedDocument();
+  void LoadParsedDocument(const struct stat& info);
+  // Acts on a file that did not parse: moves it aside or leaves the store
+  // read-only.
+  void PutMalformedFileAside(const struct stat& info);
+  // Sets the state, with one log line when it is news.
+  void SetFileState(PrefsFileState state, const std::string& detail);
   // Records the date of the file just written, making sure it is later than
   // the date this process last saw, so that every other process notices.
   void RecordSavedDate();
@@ -109,6 +144,9 @@ private:
   std::string rootName_;
   LockPolicyInterface* lockPolicy_ = nullptr;
   uint64_t lastModified_ = 0;
+  PrefsFileState fileState_ = PrefsFileState::kNotRead;
+  std::string movedAsideTo_;
+  ChildIndex rootIndex_;
 };
 
 template <typename T>

@@ -1,12 +1,16 @@
+#include "esd/corrupt_file.h"
 #include "esd/prefs_writer.h"
 #include "esd/typed_prefs.h"
 #include "platform/fs_ops.h"
 #include "platform/paths.h"
+#include "testing/run_as_user.h"
 #include "testing/sandbox.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
+#include <vector>
 
 namespace esd {
 namespace {
@@ -307,13 +311,19 @@ TEST_F(PrefsWriterTest, EmptyPathLeavesALockTakenForItHeld) {
   EXPECT_TRUE(lock.IsLocked());
 }
 
-TEST_F(PrefsWriterTest, UnparsableFileIsDeletedUnderALockTakenHere) {
-  WriteFile(path_, "<Preferences><AutoCheck>1</Auto");
+// Other programs sharing the file delete one that does not parse; here it
+// is moved aside under a dated name and the store starts over writable.
+TEST_F(PrefsWriterTest, AFileThatDoesNotParseIsKeptAsideUnderALockTakenHere) {
+  const std::string broken = "<Preferences><AutoCheck>1</Auto";
+  WriteFile(path_, broken);
   FakeLock lock;
   PrefsWriter writer("", "Preferences");
   writer.setLockPolicy(&lock);
   writer.SetPrefsPath(path_);
+  EXPECT_EQ(writer.fileState(), PrefsFileState::kMovedAside);
   EXPECT_FALSE(platform::PathExists(path_));
+  EXPECT_EQ(writer.movedAsideTo(), sandbox_.Path(CorruptCopyName("prefs.dat", time(nullptr))));
+  EXPECT_EQ(ReadFile(writer.movedAsideTo()), broken);
   ASSERT_NE(writer.prefsRoot(), nullptr);
   EXPECT_TRUE(writer.prefsRoot()->children.empty());
   EXPECT_FALSE(lock.IsLocked());
@@ -322,20 +332,23 @@ TEST_F(PrefsWriterTest, UnparsableFileIsDeletedUnderALockTakenHere) {
                             "<Preferences>\n<AutoCheck>0</AutoCheck>\n</Preferences>\n");
 }
 
-TEST_F(PrefsWriterTest, UnparsableFileWithoutALockTakenHereIsKeptAndTheStoreIsUnwritable) {
+// Other programs keep such a file when the lock was not taken by the read
+// itself, and then no process can ever save again. Here it is the same
+// whoever holds the lock.
+TEST_F(PrefsWriterTest, AFileThatDoesNotParseIsKeptAsideWithoutAnyLockPolicy) {
   const std::string broken = "<Preferences><AutoCheck>1</Auto";
   WriteFile(path_, broken);
   PrefsWriter writer(path_, "Preferences");
-  EXPECT_EQ(writer.prefsRoot(), nullptr);
-  EXPECT_FALSE(writer.SetPref<bool>("AutoCheck", false));
-  EXPECT_FALSE(writer.SetPref("Map", std::make_unique<XMLDocumentNode>("Map")));
+  EXPECT_EQ(writer.fileState(), PrefsFileState::kMovedAside);
+  EXPECT_EQ(ReadFile(writer.movedAsideTo()), broken);
   bool value = false;
   ASSERT_TRUE(writer.GetPref<bool>("AutoCheck", value, true));
   EXPECT_TRUE(value);
-  EXPECT_EQ(FileText(), broken);
+  ASSERT_TRUE(writer.SetPref<bool>("AutoCheck", false));
+  EXPECT_EQ(ReadFile(writer.movedAsideTo()), broken);
 }
 
-TEST_F(PrefsWriterTest, UnparsableFileUnderALockTheCallerHoldsIsKept) {
+TEST_F(PrefsWriterTest, AFileThatDoesNotParseIsKeptAsideUnderALockTheCallerHolds) {
   const std::string broken = "<Preferences>";
   WriteFile(path_, broken);
   FakeLock lock;
@@ -343,8 +356,103 @@ TEST_F(PrefsWriterTest, UnparsableFileUnderALockTheCallerHoldsIsKept) {
   writer.setLockPolicy(&lock);
   ASSERT_TRUE(lock.Lock());
   writer.SetPrefsPath(path_);
-  EXPECT_EQ(writer.prefsRoot(), nullptr);
-  EXPECT_EQ(FileText(), broken);
+  EXPECT_EQ(writer.fileState(), PrefsFileState::kMovedAside);
+  EXPECT_EQ(ReadFile(writer.movedAsideTo()), broken);
+  EXPECT_FALSE(platform::PathExists(path_));
+  EXPECT_TRUE(lock.IsLocked());
+}
+
+TEST_F(PrefsWriterTest, OnlyTheNewestThreeCopiesOfFilesThatDidNotParseAreKept) {
+  std::vector<std::string> moved;
+  for (int round = 0; round < 5; ++round) {
+    WriteFile(path_, "<Preferences>" + std::to_string(round));
+    PrefsWriter writer(path_, "Preferences");
+    ASSERT_EQ(writer.fileState(), PrefsFileState::kMovedAside) << round;
+    moved.push_back(writer.movedAsideTo());
+  }
+  int kept = 0;
+  for (size_t round = 0; round < moved.size(); ++round) {
+    if (platform::PathExists(moved[round])) {
+      ++kept;
+      EXPECT_GE(round, moved.size() - kCorruptCopiesKept) << moved[round];
+      EXPECT_EQ(ReadFile(moved[round]), "<Preferences>" + std::to_string(round));
+    }
+  }
+  EXPECT_EQ(kept, kCorruptCopiesKept);
+}
+
+TEST_F(PrefsWriterTest, AFileMovedAsideIsReportedInOneLogLine) {
+  static std::vector<std::string> lines;
+  lines.clear();
+  SetPrefsLogHook([](int, const std::string& line) { lines.push_back(line); });
+  WriteFile(path_, "<Preferences><");
+  {
+    PrefsWriter writer(path_, "Preferences");
+    ASSERT_TRUE(writer.SetPref<int>("LogLevel", 3));
+    ASSERT_TRUE(writer.LockPrefs());
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0], "Preferences file " + path_ + " does not parse; moved aside to " +
+                            writer.movedAsideTo());
+  }
+  SetPrefsLogHook(nullptr);
+}
+
+// A well-formed file past the reader's limits may hold good values: it is
+// never moved or deleted, and nothing is saved over it.
+TEST_F(PrefsWriterTest, AWellFormedFilePastTheElementLimitIsLeftAsItIsAndTheStoreIsReadOnly) {
+  std::string text = std::string(kDeclaration) + "<Preferences>\n<LogLevel>4</LogLevel>\n";
+  for (size_t i = 0; i < ExpatDOMBuilder<XMLDocumentNode>::kMaxNodes; ++i) {
+    text += "<e/>";
+  }
+  text += "\n</Preferences>\n";
+  WriteFile(path_, text);
+  PrefsWriter writer(path_, "Preferences");
+  EXPECT_EQ(writer.fileState(), PrefsFileState::kOverLimit);
+  int level = 0;
+  ASSERT_TRUE(writer.GetPref<int>("LogLevel", level, 2));
+  EXPECT_EQ(level, 2);
+  EXPECT_FALSE(writer.SetPref<int>("LogLevel", 5));
+  EXPECT_FALSE(writer.Save());
+  EXPECT_FALSE(writer.DeleteAllPrefs());
+  EXPECT_EQ(FileText(), text);
+}
+
+TEST_F(PrefsWriterTest, AFilePastTheSizeLimitIsLeftAsItIs) {
+  const std::string text = std::string(kDeclaration) + "<Preferences>" +
+                           std::string(ExpatDOMBuilder<XMLDocumentNode>::kMaxFileBytes, ' ') +
+                           "</Preferences>\n";
+  WriteFile(path_, text);
+  FakeLock lock;
+  PrefsWriter writer("", "Preferences");
+  writer.setLockPolicy(&lock);
+  writer.SetPrefsPath(path_);
+  EXPECT_EQ(writer.fileState(), PrefsFileState::kOverLimit);
+  EXPECT_FALSE(writer.SetPref<int>("LogLevel", 5));
+  EXPECT_EQ(FileText(), text);
+}
+
+// Other programs take a file they cannot read for a missing one and save
+// defaults over it. Here it is never overwritten.
+TEST_F(PrefsWriterTest, AFileThatCannotBeReadIsNeverOverwritten) {
+  const std::string stored =
+      std::string(kDeclaration) + "<Preferences>\n<LogLevel>4</LogLevel>\n</Preferences>\n";
+  for (const mode_t mode : {0200, 0000}) {
+    WriteFile(path_, stored);
+    ASSERT_EQ(chmod(path_.c_str(), mode), 0);
+    // Root reads any file: the store is tried as a user the mode shuts out.
+    const int status = oru_testing::RunAsUser(oru_testing::kOtherUid, sandbox_.root(), [&] {
+      PrefsWriter writer(path_, "Preferences");
+      int level = 0;
+      const bool ok = writer.fileState() == PrefsFileState::kUnreadable &&
+                      writer.GetPref<int>("LogLevel", level, 2) && level == 2 &&
+                      !writer.SetPref<int>("LogLevel", 5) && !writer.Save() &&
+                      !writer.DeleteAllPrefs();
+      return ok ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0) << "mode " << std::oct << mode;
+    ASSERT_EQ(chmod(path_.c_str(), 0600), 0);
+    EXPECT_EQ(FileText(), stored) << "mode " << std::oct << mode;
+  }
 }
 
 TEST_F(PrefsWriterTest, FileThatCannotBeWrittenFailsTheSaveAndMemoryKeepsTheChange) {
@@ -425,8 +533,9 @@ TEST_F(PrefsWriterTest, FileCutShortAtAnyByteNeverHurtsAReader) {
     if (parses) {
       EXPECT_TRUE(platform::PathExists(path_)) << cut;
     } else {
-      // Deleted under the lock this call took; defaults from then on.
+      // Moved aside whole; defaults from then on.
       EXPECT_FALSE(platform::PathExists(path_)) << cut;
+      EXPECT_EQ(ReadFile(writer.movedAsideTo()), prefix) << cut;
       EXPECT_TRUE(auto_check) << cut;
     }
     ASSERT_TRUE(writer.SetPref<int>("LogLevel", 3)) << cut;

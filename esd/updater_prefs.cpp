@@ -262,15 +262,20 @@ bool NuvexUpdaterPrefs::OpenFile(bool enterprise) {
     return false;
   }
   const std::string path = platform::JoinPath(folder, enterprise ? kEnterpriseFileName : kFileName);
+  // Other programs sharing the file read it first and make its lock after;
+  // a process that saves on the strength of that unlocked read can undo a
+  // change another process made in between. Here the lock guards the file
+  // before the first read, which then happens under it.
+  lockers_.push_back(std::make_unique<esd::ResourceLocker>(path, kLockerTag));
+  if (!lockPolicy() || !lockPolicy()->IsLocked()) {
+    setLockPolicy(lockers_.back().get());
+  }
+  NamePrefsPath(path);
   try {
     SetPrefsPath(path);
   } catch (const std::invalid_argument&) {
     DeleteAllPrefs();
     SetPrefsPath(path);
-  }
-  lockers_.push_back(std::make_unique<esd::ResourceLocker>(path, kLockerTag));
-  if (!lockPolicy() || !lockPolicy()->IsLocked()) {
-    setLockPolicy(lockers_.back().get());
   }
   return true;
 }
@@ -283,6 +288,13 @@ void NuvexUpdaterPrefs::CheckUninstallStamp(bool enterprise) {
   }
   const std::string stamp_path = platform::JoinPath(inventory, "uninstallts");
   if (!platform::IsPathFSRefable(stamp_path)) {
+    return;
+  }
+  // The comparison and the deletion are one change to the file: both under
+  // the lock. A file this process could not read is never deleted for a
+  // stamp it could not compare.
+  ScopedLock lock(*this);
+  if (!lock.held() || !IsWritable()) {
     return;
   }
   const std::string stamp = FirstWordOf(stamp_path);

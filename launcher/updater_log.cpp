@@ -4,6 +4,7 @@
 #include "esd/updater_prefs.h"
 #include "launcher/log_file_rule.h"
 #include "launcher/user_local_path.h"
+#include "locks/resource_locker.h"
 #include "locks/updater_lock.h"
 #include "oobe/log_manager.h"
 #include "platform/paths.h"
@@ -35,6 +36,8 @@ struct FacadeState {
   std::vector<std::unique_ptr<oobe::LogTargetDefault>> replaced;
   int level = 0;
   std::string fields[4];
+  // Lines of the preferences store from before the log was open.
+  std::vector<std::pair<int, std::string>> earlyStoreLines;
 };
 
 FacadeState& State() {
@@ -57,6 +60,26 @@ void ForwardPrefsLine(int level, const std::string& message) {
   UpdaterLogWrite(level, message);
 }
 
+// The store reads its file while the log is being set up (the log's own
+// settings are in it), so what it reports then (a file moved aside, one it
+// cannot read) waits for the log to open.
+void ForwardStoreLine(int level, const std::string& message) {
+  FacadeState& state = State();
+  if (!state.target) {
+    state.earlyStoreLines.emplace_back(level, message);
+    return;
+  }
+  UpdaterLogWrite(level, message);
+}
+
+void WriteEarlyStoreLines() {
+  FacadeState& state = State();
+  for (const auto& [level, message] : state.earlyStoreLines) {
+    UpdaterLogWrite(level, message);
+  }
+  state.earlyStoreLines.clear();
+}
+
 } // namespace
 
 int32_t UpdaterLogLibraryLevel(int level) {
@@ -73,6 +96,8 @@ std::string UpdaterDefaultLogFile() {
 
 bool UpdaterLogStart() {
   SetUpdaterPrefsLogHook(&ForwardPrefsLine);
+  esd::SetPrefsLogHook(&ForwardStoreLine);
+  esd::SetResourceLockerLogHook(&ForwardStoreLine);
   SetLockLogHook(&UpdaterLogValue);
   int level = 0;
   std::string path;
@@ -113,6 +138,7 @@ bool UpdaterLogStart() {
   if (!refusal.empty()) {
     UpdaterLogWrite(2, refusal);
   }
+  WriteEarlyStoreLines();
   return true;
 }
 

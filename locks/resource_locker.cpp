@@ -3,10 +3,27 @@
 #include "locks/base64.h"
 #include "locks/md5.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace esd {
+
+namespace {
+
+ResourceLockerLogHook log_hook = nullptr;
+
+void Log(int level, const std::string& message) {
+  if (log_hook) {
+    log_hook(level, message);
+  }
+}
+
+} // namespace
+
+void SetResourceLockerLogHook(ResourceLockerLogHook hook) {
+  log_hook = hook;
+}
 
 std::string ResourceLocker::SemaphoreName(const std::string& resource) {
   oru_locks::Md5Digest digest{};
@@ -33,6 +50,16 @@ bool ResourceLocker::IsLocked() {
   return plat_->IsLocked();
 }
 
+bool ResourceLocker::IsHeldByAnyone(const std::string& resource) {
+  const std::string name = SystemSemaphoreName(SemaphoreName(resource));
+  sem_t* semaphore = sem_open(name.c_str(), 0);
+  if (semaphore == SEM_FAILED) {
+    return errno == EACCES; // there, but another user's
+  }
+  sem_close(semaphore);
+  return true;
+}
+
 ResourceLocker::ResourceLockerPlat::ResourceLockerPlat(const std::string& resource, long tag)
     : resource_(resource), tag_(tag),
       semaphoreName_(SystemSemaphoreName(ResourceLocker::SemaphoreName(resource))) {}
@@ -47,27 +74,101 @@ bool ResourceLocker::ResourceLockerPlat::Lock() {
   if (IsLocked()) {
     throw resource_lock_fail(resource_, "A resource is already being locked");
   }
+  if (!record_.IsOpen()) {
+    (void)record_.Open(resource_); // without a record the lock works as it always has
+  }
   for (int attempt = 0; attempt < ResourceLocker::kLockAttempts; ++attempt) {
-    sem_t* created = sem_open(semaphoreName_.c_str(), O_CREAT | O_EXCL, 0700, 1);
-    if (created != SEM_FAILED) {
-      semaphore_ = created;
+    if (TryOnce()) {
       return true;
     }
     usleep(ResourceLocker::kPauseMicroseconds);
   }
+  ReportGivingUp();
   return false;
+}
+
+bool ResourceLocker::ResourceLockerPlat::TryOnce() {
+  if (record_.IsOpen()) {
+    if (!record_.TryLock()) {
+      return false; // another process keeping a record is taking or holding it
+    }
+    recordLocked_ = true;
+    if (!record_.Read().empty() && !RecoverFromDeadHolder()) {
+      ReleaseRecord();
+      return false;
+    }
+    // Written before the semaphore is made, so that a holder killed right
+    // after making it has a record already.
+    (void)record_.WriteThisProcess();
+  }
+  sem_t* created = sem_open(semaphoreName_.c_str(), O_CREAT | O_EXCL, 0700, 1);
+  if (created != SEM_FAILED) {
+    semaphore_ = created;
+    return true;
+  }
+  // A program that keeps no record holds the semaphore.
+  if (recordLocked_) {
+    (void)record_.Clear();
+    ReleaseRecord();
+  }
+  return false;
+}
+
+bool ResourceLocker::ResourceLockerPlat::RecoverFromDeadHolder() {
+  const HolderRecord dead = record_.Read();
+  // While the record's lock is held here, no process that keeps records can
+  // be taking or holding the semaphore: one that is there was left by the
+  // process the record names.
+  if (sem_unlink(semaphoreName_.c_str()) != 0 && errno != ENOENT) {
+    return false;
+  }
+  (void)record_.Clear();
+  Log(2, "Resource lock of " + resource_ + " recovered from process " + std::to_string(dead.pid) +
+             ", which died holding it");
+  return true;
+}
+
+void ResourceLocker::ResourceLockerPlat::ReleaseRecord() {
+  record_.Unlock();
+  recordLocked_ = false;
+}
+
+void ResourceLocker::ResourceLockerPlat::ReportGivingUp() const {
+  uid_t owner = 0;
+  if (SystemSemaphoreOwner(semaphoreName_, owner) && owner != geteuid()) {
+    Log(2, "Resource lock of " + resource_ + " is held by a process of uid " +
+               std::to_string(owner) + "; gave up waiting for it");
+  }
 }
 
 bool ResourceLocker::ResourceLockerPlat::Unlock(bool force) {
   if (!IsLocked() && !force) {
     throw no_resource_lock("Resource unknown", "This object is not locking an item");
   }
+  if (force && !IsLocked() && !record_.IsOpen()) {
+    (void)record_.Open(resource_);
+  }
+  // A forced unlock clears a dead holder's record with its semaphore, so
+  // that the record cannot later be taken to stand for a semaphore made
+  // since by another program.
+  const bool clears_record =
+      !recordLocked_ && !IsLocked() && record_.IsOpen() && record_.TryLock();
+  if (clears_record) {
+    recordLocked_ = true;
+  }
   if (sem_unlink(semaphoreName_.c_str()) != 0) {
+    if (clears_record) {
+      ReleaseRecord();
+    }
     return false;
   }
   if (IsLocked()) {
     sem_close(semaphore_);
     semaphore_ = SEM_FAILED;
+  }
+  if (recordLocked_) {
+    (void)record_.Clear();
+    ReleaseRecord();
   }
   return true;
 }

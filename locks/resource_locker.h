@@ -1,9 +1,17 @@
 // A system-wide lock on a named resource (a file path, say): the lock is the
 // existence of a POSIX named semaphore derived from the name, created
-// exclusively. A process that dies holding it leaves the name behind; only a
-// forced unlock removes it.
+// exclusively. A process that dies holding it leaves the name behind.
+//
+// Other programs sharing the lock leave such a name for ever, until a
+// forced unlock. For a resource that is a file path, this one also keeps a
+// holder record beside the file (see lock_holder.h) while it takes and
+// holds the semaphore: the next process that wants the lock finds the
+// record of a dead holder and removes its semaphore at once, and a look
+// from outside can tell a live holder from a dead one.
 #ifndef ORU_LOCKS_RESOURCE_LOCKER_H
 #define ORU_LOCKS_RESOURCE_LOCKER_H
+
+#include "locks/lock_holder.h"
 
 #include <boost/noncopyable.hpp>
 #include <memory>
@@ -65,6 +73,9 @@ public:
   // always 24 characters.
   static std::string SemaphoreName(const std::string& resource);
 
+  // Whether the resource's semaphore exists now; takes and changes nothing.
+  static bool IsHeldByAnyone(const std::string& resource);
+
   class ResourceLockerPlat;
 
 private:
@@ -83,11 +94,33 @@ public:
   const std::string& semaphore_name() const { return semaphoreName_; }
 
 private:
+  // One attempt: the holder record's lock (when there is a record), then
+  // the semaphore.
+  bool TryOnce();
+  // Removes the semaphore of a holder whose record outlived it; false when
+  // it cannot be removed (another user's), which leaves the record there.
+  bool RecoverFromDeadHolder();
+  // Gives back the record's lock, leaving no record.
+  void ReleaseRecord();
+  // Says once why the lock could not be had, when another user holds it.
+  void ReportGivingUp() const;
+
   sem_t* semaphore_ = SEM_FAILED;
   std::string resource_;
   long tag_;
   std::string semaphoreName_;
+  HolderRecordFile record_;
+  bool recordLocked_ = false;
 };
+
+// Where the locker sends its log lines (facade level, message); the program
+// that owns a log installs it.
+using ResourceLockerLogHook = void (*)(int level, const std::string& message);
+void SetResourceLockerLogHook(ResourceLockerLogHook hook);
+
+// The user that made a named semaphore; false when that cannot be told.
+// See resource_locker_<system>.cpp.
+bool SystemSemaphoreOwner(const std::string& system_name, uid_t& owner);
 
 // The name a semaphore has on this system: names must start with "/" and
 // may hold no other "/" on some systems. See resource_locker_<system>.cpp.

@@ -8,6 +8,7 @@
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace esd {
 namespace {
@@ -68,6 +69,8 @@ public:
     return Wait();
   }
 
+  pid_t pid() const { return pid_; }
+
   int Kill() {
     kill(pid_, SIGKILL);
     return Wait();
@@ -97,6 +100,9 @@ protected:
 
   oru_testing::Sandbox sandbox_;
   std::string resource_ = sandbox_.Path("prefs.dat");
+  // A resource that is no file path keeps no holder record: its lock works
+  // exactly as every program sharing these locks does.
+  std::string unrecorded_ = "unrecorded resource " + sandbox_.root();
 };
 
 TEST_F(ResourceLockerTest, SemaphoreNameIsBase64OfTheMd5Digest) {
@@ -152,14 +158,45 @@ TEST_F(ResourceLockerTest, UnlockWithoutLockThrows) {
 }
 
 TEST_F(ResourceLockerTest, ForcedUnlockWithoutLockSucceedsWhenTheNameExists) {
-  ResourceLocker holder(resource_, 0);
+  ResourceLocker holder(unrecorded_, 0);
   ASSERT_TRUE(holder.Lock());
-  ResourceLocker breaker(resource_, 0);
+  ResourceLocker breaker(unrecorded_, 0);
   EXPECT_TRUE(breaker.Unlock(true));
   // The name is gone: anyone may lock again.
-  ResourceLocker next(resource_, 0);
+  ResourceLocker next(unrecorded_, 0);
   EXPECT_TRUE(next.Lock());
   EXPECT_TRUE(next.Unlock(false));
+  ResourceLocker cleaner(unrecorded_, 0);
+  (void)cleaner.Unlock(true);
+}
+
+// Other programs let anyone in once a forced unlock has removed the name,
+// even while its holder still works on the file, and updates are lost.
+// With a holder record, nobody that keeps records gets in before the
+// recorded holder lets go.
+TEST_F(ResourceLockerTest, AForcedUnlockLetsNobodyInWhileTheRecordedHolderLives) {
+  HelperProcess holder(resource_);
+  ASSERT_EQ(holder.ReadLine(), "locked");
+  ResourceLocker breaker(resource_, 0);
+  EXPECT_TRUE(breaker.Unlock(true));
+  ResourceLocker next(resource_, 0);
+  EXPECT_FALSE(next.Lock());
+  EXPECT_EQ(holder.Release(), 3); // its name was removed under it
+  EXPECT_TRUE(next.Lock());
+  EXPECT_TRUE(next.Unlock(false));
+}
+
+TEST_F(ResourceLockerTest, AHolderKeepsARecordNamingItWhileItHoldsAndLeavesNoneAfter) {
+  ResourceLocker locker(resource_, 0);
+  ASSERT_TRUE(locker.Lock());
+  HolderView view = LookAtHolder(resource_);
+  EXPECT_EQ(view.record, HolderView::Record::kLive);
+  EXPECT_EQ(view.holder.pid, getpid());
+  EXPECT_TRUE(ResourceLocker::IsHeldByAnyone(resource_));
+  ASSERT_TRUE(locker.Unlock(false));
+  view = LookAtHolder(resource_);
+  EXPECT_EQ(view.record, HolderView::Record::kNone);
+  EXPECT_FALSE(ResourceLocker::IsHeldByAnyone(resource_));
 }
 
 TEST_F(ResourceLockerTest, ForcedUnlockOfANameThatIsNotThereFails) {
@@ -205,13 +242,54 @@ TEST_F(ResourceLockerTest, LockIsExclusiveAcrossProcesses) {
 }
 
 TEST_F(ResourceLockerTest, HolderKilledLeavesTheNameAndOnlyAForcedUnlockFreesIt) {
-  HelperProcess holder(resource_);
+  HelperProcess holder(unrecorded_);
   ASSERT_EQ(holder.ReadLine(), "locked");
   EXPECT_EQ(holder.Kill(), -SIGKILL);
+  ResourceLocker locker(unrecorded_, 0);
+  EXPECT_FALSE(locker.Lock());
+  ResourceLocker breaker(unrecorded_, 0);
+  ASSERT_TRUE(breaker.Unlock(true));
+  EXPECT_TRUE(locker.Lock());
+  EXPECT_TRUE(locker.Unlock(false));
+}
+
+// Other programs leave a killed holder's lock for ever, until a forced
+// unlock. A holder that kept a record is judged dead by the kernel's word
+// and its lock is recovered by the very next attempt.
+TEST_F(ResourceLockerTest, AKilledRecordedHolderIsRecoveredAtTheNextAttempt) {
+  HelperProcess holder(resource_);
+  ASSERT_EQ(holder.ReadLine(), "locked");
+  const pid_t killed = holder.pid();
+  EXPECT_EQ(holder.Kill(), -SIGKILL);
+  const HolderView view = LookAtHolder(resource_);
+  EXPECT_EQ(view.record, HolderView::Record::kDead);
+  EXPECT_EQ(view.holder.pid, killed);
+  static std::vector<std::string> lines;
+  lines.clear();
+  SetResourceLockerLogHook([](int, const std::string& line) { lines.push_back(line); });
+  // Without the recovery, every attempt of the bounded wait would fail.
+  ResourceLocker locker(resource_, 0);
+  EXPECT_TRUE(locker.Lock());
+  SetResourceLockerLogHook(nullptr);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0], "Resource lock of " + resource_ + " recovered from process " +
+                          std::to_string(killed) + ", which died holding it");
+  EXPECT_TRUE(locker.Unlock(false));
+}
+
+// A program that keeps no record takes only the semaphore: however long it
+// holds it, nothing here judges it dead.
+TEST_F(ResourceLockerTest, ASemaphoreWithoutRecordIsNeverJudgedDead) {
+  const std::string name = SystemSemaphoreName(ResourceLocker::SemaphoreName(resource_));
+  sem_t* foreign = sem_open(name.c_str(), O_CREAT | O_EXCL, 0700, 1);
+  ASSERT_NE(foreign, SEM_FAILED);
+  EXPECT_EQ(LookAtHolder(resource_).record, HolderView::Record::kNone);
   ResourceLocker locker(resource_, 0);
   EXPECT_FALSE(locker.Lock());
-  ResourceLocker breaker(resource_, 0);
-  ASSERT_TRUE(breaker.Unlock(true));
+  EXPECT_TRUE(ResourceLocker::IsHeldByAnyone(resource_));
+  EXPECT_EQ(LookAtHolder(resource_).record, HolderView::Record::kNone);
+  sem_close(foreign);
+  ASSERT_EQ(sem_unlink(name.c_str()), 0);
   EXPECT_TRUE(locker.Lock());
   EXPECT_TRUE(locker.Unlock(false));
 }

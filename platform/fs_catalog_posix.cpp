@@ -1,6 +1,7 @@
 // Catalog primitives over the POSIX *at calls, each acting through the
 // folder descriptor of its FileRef (safe_fs.h).
 #include "platform/fs_catalog.h"
+#include "platform/fs_ops.h"
 
 #include <errno.h>
 #include <fcntl.h>
@@ -169,8 +170,7 @@ OSErr GetContentModificationDate(const FileRef& ref, uint64_t& date) {
   if (err != kNoErr) {
     return err;
   }
-  date = static_cast<uint64_t>(info.st_mtim.tv_sec) * 1000000000u +
-         static_cast<uint64_t>(info.st_mtim.tv_nsec);
+  date = ModificationDateOf(info);
   return kNoErr;
 }
 
@@ -215,4 +215,11 @@ OSErr OpenIterator(const FileRef& folder, std::unique_ptr<FolderIterator>& itera
 }
 
 } // namespace catalog
+
+// macOS names the field st_mtimespec; its backend defines this function.
+uint64_t ModificationDateOf(const struct stat& info) {
+  return static_cast<uint64_t>(info.st_mtim.tv_sec) * 1000000000u +
+         static_cast<uint64_t>(info.st_mtim.tv_nsec);
+}
+
 } // namespace platform

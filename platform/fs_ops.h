@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <string>
+#include <sys/stat.h>
 
 namespace platform {
 
@@ -70,6 +71,10 @@ bool GetPermissionBits(const std::string& path, uint16_t& mode);
 // The content-modification date. The unit (nanoseconds since 1970 here) is
 // only promised to grow with every later modification.
 bool GetModificationDate(const std::string& path, uint64_t& date);
+
+// The content-modification date carried by a status already taken (of an
+// open file, say), in the unit of GetModificationDate.
+uint64_t ModificationDateOf(const struct stat& info);
 
 // Sets the content-modification date (same unit as GetModificationDate).
 // Needs the right to set a file's times (its owner, or root).

@@ -5,14 +5,18 @@
 #include "platform/paths.h"
 #include "testing/child_process.h"
 #include "testing/namespaces.h"
+#include "testing/run_as_user.h"
 #include "testing/sandbox.h"
 #include "tests/e2e/e2e_fixture.h"
 #include "tests/e2e/e2e_support.h"
 
 #include <fstream>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <memory>
+#include <semaphore.h>
 #include <signal.h>
+#include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -95,6 +99,50 @@ TEST_F(OructlTest, StatusFindsAStaleLockLeftByAKilledProcessAndUnlockPrefsFreesI
   EXPECT_EQ(Oructl({"unlock-prefs", "--force"}).exit_code, 1);
 }
 
+TEST_F(OructlTest, UnlockPrefsRefusesWhileTheRecordedHolderLivesAndNamesIt) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+  int gate[2];
+  ASSERT_EQ(pipe(gate), 0);
+  const pid_t holder = fork();
+  if (holder == 0) {
+    close(gate[0]);
+    esd::ResourceLocker locker(PrefsPath(), 3000);
+    const bool locked = locker.Lock();
+    (void)!write(gate[1], locked ? "1" : "0", 1);
+    pause();
+    _exit(0);
+  }
+  close(gate[1]);
+  char locked = '0';
+  ASSERT_EQ(read(gate[0], &locked, 1), 1);
+  close(gate[0]);
+  ASSERT_EQ(locked, '1');
+  const Result status = Oructl({"status"});
+  EXPECT_EQ(status.exit_code, 0) << status.output;
+  EXPECT_TRUE(Has(status.output, "held by process " + std::to_string(holder) + ", which is alive"))
+      << status.output;
+  EXPECT_EQ(Oructl({"unlock-prefs", "--force"}).exit_code, 2);
+  EXPECT_TRUE(esd::ResourceLocker::IsHeldByAnyone(PrefsPath()));
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  EXPECT_EQ(Oructl({"status"}).exit_code, 1);
+  EXPECT_EQ(Oructl({"prefs", "set", "LogLevel", "4"}).exit_code, 0); // recovers it by itself
+  EXPECT_FALSE(esd::ResourceLocker::IsHeldByAnyone(PrefsPath()));
+}
+
+TEST_F(OructlTest, ASemaphoreTakenByAProgramWithoutRecordIsNeverCalledStale) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+  const std::string name =
+      esd::SystemSemaphoreName(esd::ResourceLocker::SemaphoreName(PrefsPath()));
+  sem_t* foreign = sem_open(name.c_str(), O_CREAT | O_EXCL, 0700, 1);
+  ASSERT_NE(foreign, SEM_FAILED);
+  const Result status = Oructl({"status"});
+  EXPECT_EQ(status.exit_code, 0) << status.output;
+  EXPECT_TRUE(Has(status.output, "keeps no holder record (not judged)")) << status.output;
+  EXPECT_EQ(Oructl({"unlock-prefs", "--force"}).exit_code, 0);
+  sem_close(foreign);
+}
+
 std::vector<std::string> JsonArgv(const std::string& json) {
   std::vector<std::string> argv;
   size_t at = json.find("\"argv\":[");
@@ -174,7 +222,8 @@ TEST_F(OructlTest, DoctorFindsAStalePreferencesLock) {
   LeaveStalePrefsLock();
   const Result doctor = Oructl({"doctor"});
   EXPECT_EQ(doctor.exit_code, 1);
-  EXPECT_TRUE(Has(doctor.output, "fix: oructl unlock-prefs --force")) << doctor.output;
+  EXPECT_TRUE(Has(doctor.output, "which died holding it")) << doctor.output;
+  EXPECT_TRUE(Has(doctor.output, "oructl unlock-prefs --force)")) << doctor.output;
 }
 
 TEST_F(OructlTest, DoctorFindsALogFolderThatIsMissing) {
@@ -297,13 +346,39 @@ TEST_F(OructlTest, ValueThatCannotBeStoredIsRefusedSayingWhy) {
   EXPECT_FALSE(platform::PathExists(PrefsPath()));
 }
 
-TEST_F(OructlTest, CorruptPreferencesFileIsRefusedAndLeftAsItIs) {
+TEST_F(OructlTest, CorruptPreferencesFileIsMovedAsideWholeAndSaidSo) {
   ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
   const std::string corrupt = "<Preferences><LogLevel>2</Lo";
   oru_testing::WriteFile(PrefsPath(), corrupt);
-  EXPECT_EQ(Oructl({"prefs", "list"}).exit_code, 2);
-  EXPECT_EQ(Oructl({"prefs", "set", "LogLevel", "3"}).exit_code, 2);
-  EXPECT_EQ(oru_testing::ReadFile(PrefsPath()), corrupt);
+  EXPECT_EQ(Oructl({"prefs", "set", "LogLevel", "3"}).exit_code, 0);
+  EXPECT_EQ(Oructl({"prefs", "get", "LogLevel"}).output, "3\n");
+  int copies = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(PrefsFolder())) {
+    if (entry.path().filename().string().rfind("NuvexUpdaterPrefs.dat.corrupt-", 0) == 0) {
+      ++copies;
+      EXPECT_EQ(oru_testing::ReadFile(entry.path().string()), corrupt);
+    }
+  }
+  EXPECT_EQ(copies, 1);
+}
+
+TEST_F(OructlTest, PreferencesFileThatCannotBeReadIsReportedNeverShownAsDefaults) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+  const std::string stored =
+      "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<Preferences>\n<LogLevel>4</LogLevel>\n"
+      "</Preferences>\n";
+  oru_testing::WriteFile(PrefsPath(), stored);
+  ASSERT_EQ(chmod(PrefsPath().c_str(), 0000), 0);
+  const int status = oru_testing::RunAsUser(oru_testing::kOtherUid, sandbox_->root(), [&] {
+    const Result get = Oructl({"prefs", "get", "LogLevel"});
+    const Result set = Oructl({"prefs", "set", "LogLevel", "5"});
+    // The error goes to standard error; no value is printed.
+    const bool refused = get.exit_code == 2 && get.output.empty() && set.exit_code == 2;
+    return refused ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+  ASSERT_EQ(chmod(PrefsPath().c_str(), 0600), 0);
+  EXPECT_EQ(oru_testing::ReadFile(PrefsPath()), stored);
 }
 
 std::string LogLine(const std::string& time, const std::string& thread, const std::string& level,

@@ -110,9 +110,11 @@ Check Zelto() {
 }
 
 Check StaleLocks(const std::string& prefs_path) {
-  if (!prefs_path.empty() && ReadPrefsLock(prefs_path, 1000).stale) {
-    return {"locks", false, "the preferences lock stays although nobody uses it",
-            "oructl unlock-prefs --force"};
+  const PrefsLockState prefs = prefs_path.empty() ? PrefsLockState() : ReadPrefsLock(prefs_path);
+  if (prefs.stale) {
+    return {"locks", false, "the preferences lock was " + DescribePrefsLockHolder(prefs),
+            "none needed: the next process of the updater removes it (or: oructl unlock-prefs "
+            "--force)"};
   }
   const SetState post = ReadSet(UpdaterLockWaitKey(kSyncOruLauncherWaitKey));
   if (post.exists && post.value > 0 && post.waiters == 0 && !ProcessAlive(post.last_process)) {

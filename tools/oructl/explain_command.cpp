@@ -1,5 +1,7 @@
 // oructl explain: what the launcher would do now, without doing it. The
 // folders and the argument vector come from the launcher's own functions.
+#include "esd/change_type.h"
+#include "esd/prefs_snapshot.h"
 #include "esd/updater_prefs.h"
 #include "launcher/handover.h"
 #include "launcher/updater_log.h"
@@ -58,11 +60,17 @@ int ExplainCommand(const Arguments& given) {
     argv.push_back("--updaterUserLocalPath=" + platform::DirName(user_local));
   }
 
-  NuvexUpdaterPrefs& prefs = GetUpdaterPrefs(false);
+  // Read as the launcher reads them, without taking the lock or changing
+  // anything.
+  const std::string prefs_path = UpdaterPrefsPath();
   std::string log_file;
+  std::string level_text;
   int level = -1;
-  prefs.GetPref<std::string>("LogFile", log_file, std::string());
-  prefs.GetPref<int>("LogLevel", level, -1);
+  (void)esd::ReadStoredText(prefs_path, "Preferences", "LogFile", log_file); // else the default
+  if (esd::ReadStoredText(prefs_path, "Preferences", "LogLevel", level_text) &&
+      !level_text.empty() && !esd::ChangeDiffTypeImpl<std::string, int>::ChangeType(level_text, level)) {
+    level = -1;
+  }
   const bool file_default = log_file.empty();
   const bool level_default = level == -1;
   if (file_default) {

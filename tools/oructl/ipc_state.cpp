@@ -1,5 +1,6 @@
 #include "tools/oructl/ipc_state.h"
 
+#include "esd/prefs_snapshot.h"
 #include "esd/updater_prefs.h"
 #include "launcher/updater_log.h"
 #include "locks/resource_locker.h"
@@ -15,15 +16,6 @@
 namespace oructl {
 
 namespace {
-
-bool NamedSemaphoreExists(const std::string& name) {
-  sem_t* semaphore = sem_open(name.c_str(), 0);
-  if (semaphore == SEM_FAILED) {
-    return false;
-  }
-  sem_close(semaphore);
-  return true;
-}
 
 } // namespace
 
@@ -49,23 +41,30 @@ SetState ReadSet(key_t key, int semaphore) {
   return state;
 }
 
-PrefsLockState ReadPrefsLock(const std::string& prefs_path, int watch_ms) {
+PrefsLockState ReadPrefsLock(const std::string& prefs_path) {
   PrefsLockState state;
   state.path = prefs_path;
-  const std::string name = esd::SystemSemaphoreName(esd::ResourceLocker::SemaphoreName(prefs_path));
-  state.present = NamedSemaphoreExists(name);
-  if (!state.present) {
-    return state;
-  }
-  for (int waited = 0; waited < watch_ms; waited += 10) {
-    const struct timespec pause = {0, 10000000};
-    nanosleep(&pause, nullptr);
-    if (!NamedSemaphoreExists(name)) {
-      return state;
-    }
-  }
-  state.stale = true;
+  state.holder = esd::LookAtHolder(prefs_path);
+  // After the record: a semaphore seen after a dead holder's record was
+  // seen is that holder's, since nothing that keeps records takes the lock
+  // without first clearing a dead record.
+  state.present = esd::ResourceLocker::IsHeldByAnyone(prefs_path);
+  state.stale = state.present && state.holder.record == esd::HolderView::Record::kDead;
   return state;
+}
+
+std::string DescribePrefsLockHolder(const PrefsLockState& state) {
+  const std::string pid = std::to_string(state.holder.holder.pid);
+  switch (state.holder.record) {
+  case esd::HolderView::Record::kLive:
+    return state.holder.holder.empty() ? "held by a process of the updater that is taking it"
+                                       : "held by process " + pid + ", which is alive";
+  case esd::HolderView::Record::kDead:
+    return "left by process " + pid + ", which died holding it";
+  case esd::HolderView::Record::kNone:
+    break;
+  }
+  return "held by a program that keeps no holder record (not judged)";
 }
 
 std::string UpdaterPrefsPath() {
@@ -76,7 +75,7 @@ std::string UpdaterPrefsPath() {
 
 std::string UpdaterLogPath() {
   std::string path;
-  GetUpdaterPrefs(false).GetPref<std::string>("LogFile", path, std::string());
+  (void)esd::ReadStoredText(UpdaterPrefsPath(), "Preferences", "LogFile", path); // else the default
   return path.empty() ? UpdaterDefaultLogFile() : path;
 }
 

@@ -3,6 +3,8 @@
 #ifndef ORU_TOOLS_ORUCTL_IPC_STATE_H
 #define ORU_TOOLS_ORUCTL_IPC_STATE_H
 
+#include "locks/lock_holder.h"
+
 #include <string>
 #include <sys/types.h>
 
@@ -22,14 +24,18 @@ SetState ReadSet(key_t key, int semaphore = 0);
 bool ProcessAlive(pid_t pid);
 
 // The preferences lock of a preferences file: whether its named semaphore
-// exists now, and whether it still exists after `watch_ms` (a live holder
-// keeps it for milliseconds; a dead one for ever).
+// exists, and what its holder record says. Stale only when the semaphore is
+// there and the process recorded as its holder is dead; a semaphore whose
+// holder keeps no record is never judged.
 struct PrefsLockState {
   std::string path;
   bool present = false;
+  esd::HolderView holder;
   bool stale = false;
 };
-PrefsLockState ReadPrefsLock(const std::string& prefs_path, int watch_ms);
+PrefsLockState ReadPrefsLock(const std::string& prefs_path);
+// A sentence on who holds the lock, for people.
+std::string DescribePrefsLockHolder(const PrefsLockState& state);
 
 // The updater's preferences file and log file, as the launcher would use.
 std::string UpdaterPrefsPath();

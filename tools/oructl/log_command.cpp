@@ -2,6 +2,7 @@
 // launcher runs.
 #include "esd/updater_prefs.h"
 #include "tools/oructl/log_records.h"
+#include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
 #include <cstdio>
@@ -177,7 +178,7 @@ int LogCommand(const Arguments& given) {
     return Fail("unexpected '" + arguments[0] + "' (see oructl log --help)");
   }
   if (file.empty()) {
-    GetUpdaterPrefs(false).LogFile.Get(file);
+    file = UpdaterLogPath();
   }
   std::vector<LogRecord> records;
   std::string error;

@@ -5,6 +5,7 @@
 #include "esd/updater_prefs.h"
 #include "locks/resource_locker.h"
 #include "platform/paths.h"
+#include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
 #include <cstdio>
@@ -34,20 +35,26 @@ const char kPrefsUsage[] =
     "  reset    gives one key its default (an empty map), or with --all deletes\n"
     "           the file so that every key starts from its default\n"
     "\n"
-    "Exit status: 0 done; 2 unknown key, value of the wrong type, unreadable or\n"
-    "corrupt preferences file, or a lock that could not be had. Nothing on disk\n"
-    "changes when the answer is 2.\n";
+    "A preferences file that does not parse is moved aside (to\n"
+    "NuvexUpdaterPrefs.dat.corrupt-YYYYmmdd-HHMMSS, the newest three kept) and\n"
+    "every key starts from its default; a note on standard error says so.\n"
+    "\n"
+    "Exit status: 0 done; 2 unknown key, value of the wrong type, a preferences\n"
+    "file that cannot be read or is past the reader's limits, or a lock that\n"
+    "could not be had. Nothing on disk changes when the answer is 2.\n";
 
 const char kUnlockUsage[] =
     "Usage: oructl unlock-prefs --force\n"
     "\n"
     "Removes the preferences lock (a POSIX named semaphore derived from the\n"
-    "preferences file's path). A process of the updater that dies while it\n"
-    "holds the lock leaves it behind, and then every other process fails to\n"
-    "read or write the preferences; nothing else removes it. Only use it when\n"
-    "\"oructl status\" reports a stale preferences lock.\n"
+    "preferences file's path). Processes of this updater record who holds it\n"
+    "(NuvexUpdaterPrefs.dat.holder) and remove the lock of a dead holder by\n"
+    "themselves; a program that keeps no record and dies holding it leaves it\n"
+    "for ever, and then every process fails to read or write the preferences.\n"
+    "Refused while the recorded holder is alive.\n"
     "\n"
-    "Exit status: 0 a lock was removed; 1 there was none; 2 usage.\n";
+    "Exit status: 0 a lock was removed; 1 there was none; 2 usage, or the\n"
+    "recorded holder is alive.\n";
 
 const char* TypeOf(const UpdaterPrefEntry& entry) {
   if (entry.boolPref) {
@@ -209,20 +216,42 @@ int ResetOne(const UpdaterPrefEntry& entry) {
   return saved ? kOk : Fail(std::string("could not reset ") + entry.key);
 }
 
-// The process's preferences, refused when there is no file to work on or it
-// does not parse (it is then left exactly as it is).
+// The process's preferences, refused when there is no file to work on, when
+// its lock could not be had, or when what is stored cannot be known (the
+// store would answer with defaults, which are not what is stored).
 NuvexUpdaterPrefs* OpenPrefs(int& status) {
   NuvexUpdaterPrefs& prefs = GetUpdaterPrefs(false);
-  if (prefs.prefsPath().empty()) {
+  const std::string& path = prefs.prefsPath();
+  if (path.empty()) {
     status = Fail("no preferences folder can be found or made");
     return nullptr;
   }
-  if (!prefs.prefsRoot() && platform::PathExists(prefs.prefsPath())) {
-    status =
-        Fail("the preferences file " + prefs.prefsPath() + " does not parse; it is left as it is");
+  switch (prefs.fileState()) {
+  case esd::PrefsFileState::kRead:
+    return &prefs;
+  case esd::PrefsFileState::kMovedAside:
+    std::fprintf(stderr,
+                 "oructl: the preferences file %s did not parse; it was moved aside to %s and "
+                 "every key starts from its default\n",
+                 path.c_str(), prefs.movedAsideTo().c_str());
+    return &prefs;
+  case esd::PrefsFileState::kNotRead:
+    status = Fail("the preferences lock of " + path +
+                  " could not be had (see oructl status); nothing was read or changed");
+    return nullptr;
+  case esd::PrefsFileState::kUnreadable:
+    status = Fail("the preferences file " + path + " cannot be read; it is left as it is");
+    return nullptr;
+  case esd::PrefsFileState::kOverLimit:
+    status = Fail("the preferences file " + path +
+                  " is larger than the reader's limits; it is left as it is");
+    return nullptr;
+  case esd::PrefsFileState::kNotMoved:
+    status = Fail("the preferences file " + path +
+                  " does not parse and cannot be moved aside; it is left as it is");
     return nullptr;
   }
-  return &prefs;
+  return nullptr;
 }
 
 const UpdaterPrefEntry* FindEntry(const std::vector<UpdaterPrefEntry>& entries,
@@ -327,6 +356,11 @@ int UnlockPrefsCommand(const Arguments& given) {
     return Fail("no preferences folder can be found or made");
   }
   const std::string path = platform::JoinPath(folder, NuvexUpdaterPrefs::kFileName);
+  const PrefsLockState state = ReadPrefsLock(path);
+  if (state.holder.record == esd::HolderView::Record::kLive) {
+    return Fail("the preferences lock of " + path + " is " + DescribePrefsLockHolder(state) +
+                "; it is not removed");
+  }
   esd::ResourceLocker locker(path, NuvexUpdaterPrefs::kLockerTag);
   if (locker.Unlock(true)) {
     std::printf("removed the preferences lock of %s\n", path.c_str());

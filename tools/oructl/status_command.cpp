@@ -71,10 +71,11 @@ std::vector<std::string> Meaning(const SetState& launcher, const SetState& insta
     meaning.push_back("a post for the launcher is pending: no launcher has taken it");
   }
   if (prefs.stale) {
-    meaning.push_back("stale preferences lock: it stays although nobody uses it (fix: oructl "
-                      "unlock-prefs --force)");
+    meaning.push_back("stale preferences lock: " + DescribePrefsLockHolder(prefs) +
+                      "; the next process of the updater that uses the preferences removes it "
+                      "(or: oructl unlock-prefs --force)");
   } else if (prefs.present) {
-    meaning.push_back("preferences lock held briefly by a working process");
+    meaning.push_back("preferences lock " + DescribePrefsLockHolder(prefs));
   }
   return meaning;
 }
@@ -95,7 +96,7 @@ int StatusCommand(const Arguments& given) {
       {kSyncUInstPostSelfUpdateWaitKey, "rendezvous",
        ReadSet(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey))}};
   const std::string prefs_path = UpdaterPrefsPath();
-  const PrefsLockState prefs = ReadPrefsLock(prefs_path, 1000);
+  const PrefsLockState prefs = ReadPrefsLock(prefs_path);
   const std::string log_path = UpdaterLogPath();
   const SetState log_users = ReadSet(static_cast<key_t>(oobe::FileLockKey(log_path)), 0);
   const SetState log_lock = ReadSet(static_cast<key_t>(oobe::FileLockKey(log_path)), 1);
@@ -116,6 +117,7 @@ int StatusCommand(const Arguments& given) {
     out += "],\"prefs_lock\":{\"path\":" + JsonString(prefs.path) +
            ",\"present\":" + (prefs.present ? "true" : "false") +
            ",\"stale\":" + (prefs.stale ? "true" : "false") +
+           ",\"holder_pid\":" + std::to_string(prefs.holder.holder.pid) +
            "},\"log_lock\":{\"path\":" + JsonString(log_path) +
            ",\"exists\":" + (log_users.exists ? "true" : "false") +
            ",\"users\":" + std::to_string(log_users.value) +
@@ -130,9 +132,7 @@ int StatusCommand(const Arguments& given) {
       std::printf("%s\n", Describe(entry).c_str());
     }
     std::printf("preferences lock (%s): %s\n", prefs.path.c_str(),
-                prefs.stale     ? "present, stale"
-                : prefs.present ? "present"
-                                : "free");
+                prefs.present ? ("present, " + DescribePrefsLockHolder(prefs)).c_str() : "free");
     std::printf("log file lock (%s): %s\n", log_path.c_str(),
                 !log_users.exists ? "no set"
                                   : ("users " + std::to_string(log_users.value) + ", " +
