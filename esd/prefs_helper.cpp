@@ -11,14 +11,29 @@
 //     as a read-modify-write under the file's lock.
 // A contended lock that times out is tried again; the number of such retries
 // is printed. Exit status 0 when every update was made.
+//
+// Without the start gate:
+//   prefs_helper updater-set KEY
+//     one change, as each short-lived process of the updater makes it: the
+//     updater's own preferences (found through HOME and XDG) set the int
+//     KEY to 1, once, without retries. Exit status 0 when it was saved.
+//   prefs_helper observe PATH TARGET KEY...
+//     reads the int KEYs under the file's lock, again and again, until each
+//     holds TARGET; prints "samples N regressions M", where a regression is
+//     a key seen lower than it was seen before.
 #include "esd/prefs_writer.h"
 #include "esd/typed_prefs.h"
+#include "esd/updater_prefs.h"
 #include "locks/resource_locker.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 #include <map>
 #include <string>
+#include <time.h>
+#include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -34,26 +49,70 @@ template <typename Update> bool WithRetries(Update update, int& retries) {
   return false;
 }
 
+// See the file comment; gives up (exit 1) after kObserveSeconds.
+int Observe(const std::string& path, int target, const std::vector<std::string>& keys) {
+  constexpr int kObserveSeconds = 600;
+  esd::ResourceLocker locker(path, 3000);
+  esd::PrefsWriter writer("", "Preferences");
+  writer.setLockPolicy(&locker);
+  writer.NamePrefsPath(path);
+  std::map<std::string, int> seen;
+  long samples = 0;
+  long regressions = 0;
+  const time_t give_up = time(nullptr) + kObserveSeconds;
+  while (time(nullptr) < give_up) {
+    if (!writer.LockPrefs()) {
+      continue;
+    }
+    bool done = true;
+    for (const std::string& key : keys) {
+      int value = 0;
+      if (!writer.GetPref<int>(key, value, 0)) {
+        continue;
+      }
+      if (value < seen[key]) {
+        ++regressions;
+      }
+      seen[key] = std::max(seen[key], value);
+      done = done && value == target;
+    }
+    (void)locker.Unlock(false);
+    ++samples;
+    if (done) {
+      std::cout << "samples " << samples << " regressions " << regressions << std::endl;
+      return 0;
+    }
+    usleep(1000);
+  }
+  return 1;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 5) {
+  if (argc < 3 || (argc < 5 && std::string(argv[1]) != "updater-set")) {
     std::fprintf(stderr, "usage: prefs_helper set-keys|ack-keys PATH PREFIX COUNT | "
                          "map-add PATH MAP PREFIX COUNT\n");
     return 2;
   }
   const std::string command = argv[1];
+  if (command == "updater-set" && argc == 3) {
+    return GetUpdaterPrefs(false).SetPref<int>(argv[2], 1) ? 0 : 1;
+  }
   const std::string path = argv[2];
+  if (command == "observe") {
+    return Observe(path, std::stoi(argv[3]), std::vector<std::string>(argv + 4, argv + argc));
+  }
   std::string gate;
   while (std::getline(std::cin, gate)) {
   }
 
-  // As the updater's own preferences do: read the file first, then guard
-  // it. A first read that had to wait for the lock could time out and leave
-  // the writer without a document while no file exists yet.
+  // As the updater's own preferences do: the lock guards the file before
+  // the first read, which the first update makes under it.
   esd::ResourceLocker locker(path, 3000);
-  esd::PrefsWriter writer(path, "Preferences");
+  esd::PrefsWriter writer("", "Preferences");
   writer.setLockPolicy(&locker);
+  writer.NamePrefsPath(path);
   int retries = 0;
 
   if (command == "set-keys" && argc == 5) {

@@ -5,6 +5,7 @@
 #include "platform/paths.h"
 #include "platform/safe_fs.h"
 
+#include <map>
 #include <mutex>
 #include <sstream>
 #include <stdexcept>
@@ -67,6 +68,34 @@ std::string FirstWordOf(const std::string& path) {
   return word;
 }
 
+// The value type of a preference's default.
+template <typename Pref> struct DefaultOf;
+template <typename T> struct DefaultOf<esd::BasicPref<T>> { using type = T; };
+template <typename V> struct DefaultOf<esd::MapPref<std::string, V>> {
+  using type = std::map<std::string, V>;
+};
+
+// A preference of the table with its key and default; a map's default is
+// always the empty map.
+template <typename Pref> Pref MakePref(const char* key, typename DefaultOf<Pref>::type value) {
+  if constexpr (std::is_same_v<typename DefaultOf<Pref>::type, std::map<std::string, bool>> ||
+                std::is_same_v<typename DefaultOf<Pref>::type,
+                               std::map<std::string, std::string>>) {
+    return Pref(key);
+  } else {
+    return Pref(key, std::move(value));
+  }
+}
+
+template <typename T> std::unique_ptr<esd::UpdaterPrefSlot> SlotOf(esd::BasicPref<T>& pref) {
+  return std::make_unique<esd::ScalarSlot<T>>(pref);
+}
+
+template <typename V>
+std::unique_ptr<esd::UpdaterPrefSlot> SlotOf(esd::MapPref<std::string, V>& pref) {
+  return std::make_unique<esd::MapSlot<V>>(pref);
+}
+
 } // namespace
 
 bool GetUpdaterFolder(SystemFolderKind system_folder_kind, std::string& out) {
@@ -127,34 +156,16 @@ NuvexUpdaterPrefs::NuvexUpdaterPrefs(bool enterprise)
     : NuvexUpdaterPrefs(enterprise, PrefsFolderOrEmpty()) {}
 
 NuvexUpdaterPrefs::NuvexUpdaterPrefs(bool enterprise, const std::string& folder)
-    : esd::PrefsWriter(std::string(), "Preferences"), AutoCheck("AutoCheck", true),
-      Automatic("Automatic", 0), AutoCheckType("AutoCheckType", 0),
-      DownloadDir("DownloadDir", Joined(folder, "Install")),
-      UserCache("UserCache", UserCacheDefault()),
-      UserCacheTillOruUPdater("UserCacheTillOruUPdater",
-                              folder.empty() ? std::string() : platform::DirName(folder)),
-      DisplayLang("DisplayLang", ""), IsFirstRun("IsFirstRun", true),
-      IsScheduledTaskAdded("IsScheduledTaskAdded", false),
-      IsScheduledTaskNeeded("IsScheduledTaskNeeded", true), InBackground("InBackground", false),
-      InTrayIcon("InTrayIcon", false), AutoCheckFreq("AutoCheckFreq", 0),
-      UpdaterPrefSchedCheckFreq("UpdaterPrefSchedCheckFreq", 0), LastDateCheck("LastDateCheck", ""),
-      uninstallts("uninstallts", ""), UpdaterDailyScheduledTimeHH("UpdaterDailyScheduledTimeHH", 2),
-      UpdaterDailyScheduledTimeMM("UpdaterDailyScheduledTimeMM", 0),
-      ShowNewProducts("ShowNewProducts", false), SilentCheck("SilentCheck", false),
-      ApplicationsEnabled("ApplicationsEnabled"), NotificationMessage("NotificationMessage"),
-      ChannelsInstalled("ChannelsInstalled"), ChannelsEnabled("ChannelsEnabled"),
-      MoxChannels("MoxChannels"), Launch("Launch", ""), ProxyServer("ProxyServer", ""),
-      ProxyPort("ProxyPort", ""), ConnectionType("ConnectionType", 0),
-      LogFile("LogFile", Joined(folder, "oruu.log")),
-      logFileLib("logFileLib", Joined(folder, "oruuuLib.log")),
-      InstallerLogFile("InstallerLogFile", Joined(folder, "oruui.log")),
-      NotificationLogFile("NotificationLogFile", Joined(folder, "oruun.log")),
-      StartupLogFile("StartupLogFile", Joined(folder, "oruul.log")),
-      SilentNotificationLogFile("SilentNotificationLogFile", Joined(folder, "oruus.log")),
-      LogLevel("LogLevel", 2), OSVersion("OSVersion", ""), VelUVersion("VelUVersion", ""),
-      WebFeedOverriddenURL("WebFeedOverriddenURL", ""), WebFeedEtag("WebFeedEtag", ""),
-      WebFeedSize("WebFeedSize", 0), WebFeedSeqNo("WebFeedSeqNo", 0) {
-  PointPreferencesAtThis();
+    : esd::PrefsWriter(std::string(), "Preferences")
+#define ORU_INIT_UPDATER_PREF(kind, key, default_value)                                            \
+  , key(MakePref<updater_pref_kinds::kind>(#key, default_value))
+          ORU_UPDATER_PREF_TABLE(ORU_INIT_UPDATER_PREF)
+#undef ORU_INIT_UPDATER_PREF
+{
+  MakeSlots();
+  for (const auto& slot : slots_) {
+    slot->Attach(this);
+  }
   if (!OpenFile(enterprise)) {
     return; // no preferences folder: defaults in memory, no file, no lock
   }
@@ -163,97 +174,10 @@ NuvexUpdaterPrefs::NuvexUpdaterPrefs(bool enterprise, const std::string& folder)
 
 NuvexUpdaterPrefs::~NuvexUpdaterPrefs() = default;
 
-std::vector<UpdaterPrefEntry> NuvexUpdaterPrefs::Entries() {
-  const auto b = [](const char* key, esd::BasicPref<bool>& pref) {
-    UpdaterPrefEntry entry{key};
-    entry.boolPref = &pref;
-    return entry;
-  };
-  const auto i = [](const char* key, esd::BasicPref<int>& pref) {
-    UpdaterPrefEntry entry{key};
-    entry.intPref = &pref;
-    return entry;
-  };
-  const auto u = [](const char* key, esd::BasicPref<unsigned long>& pref) {
-    UpdaterPrefEntry entry{key};
-    entry.unsignedPref = &pref;
-    return entry;
-  };
-  const auto t = [](const char* key, esd::BasicPref<std::string>& pref) {
-    UpdaterPrefEntry entry{key};
-    entry.stringPref = &pref;
-    return entry;
-  };
-  const auto bm = [](const char* key, esd::MapPref<std::string, bool>& pref) {
-    UpdaterPrefEntry entry{key};
-    entry.boolMap = &pref;
-    return entry;
-  };
-  const auto tm = [](const char* key, esd::MapPref<std::string, std::string>& pref) {
-    UpdaterPrefEntry entry{key};
-    entry.stringMap = &pref;
-    return entry;
-  };
-  return {b("AutoCheck", AutoCheck),
-          i("Automatic", Automatic),
-          i("AutoCheckType", AutoCheckType),
-          t("DownloadDir", DownloadDir),
-          t("UserCache", UserCache),
-          t("UserCacheTillOruUPdater", UserCacheTillOruUPdater),
-          t("DisplayLang", DisplayLang),
-          b("IsFirstRun", IsFirstRun),
-          b("IsScheduledTaskAdded", IsScheduledTaskAdded),
-          b("IsScheduledTaskNeeded", IsScheduledTaskNeeded),
-          b("InBackground", InBackground),
-          b("InTrayIcon", InTrayIcon),
-          i("AutoCheckFreq", AutoCheckFreq),
-          i("UpdaterPrefSchedCheckFreq", UpdaterPrefSchedCheckFreq),
-          t("LastDateCheck", LastDateCheck),
-          t("uninstallts", uninstallts),
-          i("UpdaterDailyScheduledTimeHH", UpdaterDailyScheduledTimeHH),
-          i("UpdaterDailyScheduledTimeMM", UpdaterDailyScheduledTimeMM),
-          b("ShowNewProducts", ShowNewProducts),
-          b("SilentCheck", SilentCheck),
-          bm("ApplicationsEnabled", ApplicationsEnabled),
-          tm("NotificationMessage", NotificationMessage),
-          bm("ChannelsInstalled", ChannelsInstalled),
-          bm("ChannelsEnabled", ChannelsEnabled),
-          bm("MoxChannels", MoxChannels),
-          t("Launch", Launch),
-          t("ProxyServer", ProxyServer),
-          t("ProxyPort", ProxyPort),
-          i("ConnectionType", ConnectionType),
-          t("LogFile", LogFile),
-          t("logFileLib", logFileLib),
-          t("InstallerLogFile", InstallerLogFile),
-          t("NotificationLogFile", NotificationLogFile),
-          t("StartupLogFile", StartupLogFile),
-          t("SilentNotificationLogFile", SilentNotificationLogFile),
-          i("LogLevel", LogLevel),
-          t("OSVersion", OSVersion),
-          t("VelUVersion", VelUVersion),
-          t("WebFeedOverriddenURL", WebFeedOverriddenURL),
-          t("WebFeedEtag", WebFeedEtag),
-          u("WebFeedSize", WebFeedSize),
-          u("WebFeedSeqNo", WebFeedSeqNo)};
-}
-
-void NuvexUpdaterPrefs::PointPreferencesAtThis() {
-  for (const UpdaterPrefEntry& entry : Entries()) {
-    if (entry.boolPref) {
-      entry.boolPref->prefs = this;
-    } else if (entry.intPref) {
-      entry.intPref->prefs = this;
-    } else if (entry.unsignedPref) {
-      entry.unsignedPref->prefs = this;
-    } else if (entry.stringPref) {
-      entry.stringPref->prefs = this;
-    } else if (entry.boolMap) {
-      entry.boolMap->prefs = this;
-    } else {
-      entry.stringMap->prefs = this;
-    }
-  }
+void NuvexUpdaterPrefs::MakeSlots() {
+#define ORU_SLOT_OF_UPDATER_PREF(kind, key, default_value) slots_.push_back(SlotOf(key));
+  ORU_UPDATER_PREF_TABLE(ORU_SLOT_OF_UPDATER_PREF)
+#undef ORU_SLOT_OF_UPDATER_PREF
 }
 
 bool NuvexUpdaterPrefs::OpenFile(bool enterprise) {

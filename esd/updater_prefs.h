@@ -5,6 +5,7 @@
 
 #include "esd/prefs_writer.h"
 #include "esd/typed_prefs.h"
+#include "esd/updater_pref_slot.h"
 #include "locks/resource_locker.h"
 #include "platform/folders.h"
 
@@ -31,17 +32,64 @@ bool GetUpdaterInventoryFolder(std::string& out);
 using UpdaterPrefsLogHook = void (*)(int level, const std::string& message);
 void SetUpdaterPrefsLogHook(UpdaterPrefsLogHook hook);
 
-// One preference of the set, for tools that work on them by key: exactly one
-// of the pointers is set.
-struct UpdaterPrefEntry {
-  const char* key;
-  esd::BasicPref<bool>* boolPref = nullptr;
-  esd::BasicPref<int>* intPref = nullptr;
-  esd::BasicPref<unsigned long>* unsignedPref = nullptr;
-  esd::BasicPref<std::string>* stringPref = nullptr;
-  esd::MapPref<std::string, bool>* boolMap = nullptr;
-  esd::MapPref<std::string, std::string>* stringMap = nullptr;
-};
+// The preference kinds of the table below.
+namespace updater_pref_kinds {
+using Bool = esd::BasicPref<bool>;
+using Int = esd::BasicPref<int>;
+using ULong = esd::BasicPref<unsigned long>;
+using String = esd::BasicPref<std::string>;
+using BoolMap = esd::MapPref<std::string, bool>;
+using StringMap = esd::MapPref<std::string, std::string>;
+} // namespace updater_pref_kinds
+
+// Every preference of the set, in table order: X(kind, key, default). The
+// member carries the key's name; the defaults are expressions evaluated at
+// construction, where `folder` is the preferences folder (empty when there
+// is none). Members, defaults, reading, saving, the tools' key list and
+// their documentation all come from here: adding a preference is one line.
+#define ORU_UPDATER_PREF_TABLE(X)                                                                  \
+  X(Bool, AutoCheck, true)                                                                         \
+  X(Int, Automatic, 0)                                                                             \
+  X(Int, AutoCheckType, 0)                                                                         \
+  X(String, DownloadDir, Joined(folder, "Install"))                                                \
+  X(String, UserCache, UserCacheDefault())                                                         \
+  X(String, UserCacheTillOruUPdater, folder.empty() ? std::string() : platform::DirName(folder))   \
+  X(String, DisplayLang, "")                                                                       \
+  X(Bool, IsFirstRun, true)                                                                        \
+  X(Bool, IsScheduledTaskAdded, false)                                                             \
+  X(Bool, IsScheduledTaskNeeded, true)                                                             \
+  X(Bool, InBackground, false)                                                                     \
+  X(Bool, InTrayIcon, false)                                                                       \
+  X(Int, AutoCheckFreq, 0)                                                                         \
+  X(Int, UpdaterPrefSchedCheckFreq, 0)                                                             \
+  X(String, LastDateCheck, "")                                                                     \
+  X(String, uninstallts, "")                                                                       \
+  X(Int, UpdaterDailyScheduledTimeHH, 2)                                                           \
+  X(Int, UpdaterDailyScheduledTimeMM, 0)                                                           \
+  X(Bool, ShowNewProducts, false)                                                                  \
+  X(Bool, SilentCheck, false)                                                                      \
+  X(BoolMap, ApplicationsEnabled, {})                                                              \
+  X(StringMap, NotificationMessage, {})                                                            \
+  X(BoolMap, ChannelsInstalled, {})                                                                \
+  X(BoolMap, ChannelsEnabled, {})                                                                  \
+  X(BoolMap, MoxChannels, {})                                                                      \
+  X(String, Launch, "")                                                                            \
+  X(String, ProxyServer, "")                                                                       \
+  X(String, ProxyPort, "")                                                                         \
+  X(Int, ConnectionType, 0)                                                                        \
+  X(String, LogFile, Joined(folder, "oruu.log"))                                                   \
+  X(String, logFileLib, Joined(folder, "oruuuLib.log"))                                            \
+  X(String, InstallerLogFile, Joined(folder, "oruui.log"))                                         \
+  X(String, NotificationLogFile, Joined(folder, "oruun.log"))                                      \
+  X(String, StartupLogFile, Joined(folder, "oruul.log"))                                           \
+  X(String, SilentNotificationLogFile, Joined(folder, "oruus.log"))                                \
+  X(Int, LogLevel, 2)                                                                              \
+  X(String, OSVersion, "")                                                                         \
+  X(String, VelUVersion, "")                                                                       \
+  X(String, WebFeedOverriddenURL, "")                                                              \
+  X(String, WebFeedEtag, "")                                                                       \
+  X(ULong, WebFeedSize, 0)                                                                         \
+  X(ULong, WebFeedSeqNo, 0)
 
 class NuvexUpdaterPrefs : public esd::PrefsWriter {
 public:
@@ -52,58 +100,21 @@ public:
   explicit NuvexUpdaterPrefs(bool enterprise);
   ~NuvexUpdaterPrefs() override;
 
-  esd::BasicPref<bool> AutoCheck;
-  esd::BasicPref<int> Automatic;
-  esd::BasicPref<int> AutoCheckType;
-  esd::BasicPref<std::string> DownloadDir;
-  esd::BasicPref<std::string> UserCache;
-  esd::BasicPref<std::string> UserCacheTillOruUPdater;
-  esd::BasicPref<std::string> DisplayLang;
-  esd::BasicPref<bool> IsFirstRun;
-  esd::BasicPref<bool> IsScheduledTaskAdded;
-  esd::BasicPref<bool> IsScheduledTaskNeeded;
-  esd::BasicPref<bool> InBackground;
-  esd::BasicPref<bool> InTrayIcon;
-  esd::BasicPref<int> AutoCheckFreq;
-  esd::BasicPref<int> UpdaterPrefSchedCheckFreq;
-  esd::BasicPref<std::string> LastDateCheck;
-  esd::BasicPref<std::string> uninstallts;
-  esd::BasicPref<int> UpdaterDailyScheduledTimeHH;
-  esd::BasicPref<int> UpdaterDailyScheduledTimeMM;
-  esd::BasicPref<bool> ShowNewProducts;
-  esd::BasicPref<bool> SilentCheck;
-  esd::MapPref<std::string, bool> ApplicationsEnabled;
-  esd::MapPref<std::string, std::string> NotificationMessage;
-  esd::MapPref<std::string, bool> ChannelsInstalled;
-  esd::MapPref<std::string, bool> ChannelsEnabled;
-  esd::MapPref<std::string, bool> MoxChannels;
-  esd::BasicPref<std::string> Launch;
-  esd::BasicPref<std::string> ProxyServer;
-  esd::BasicPref<std::string> ProxyPort;
-  esd::BasicPref<int> ConnectionType;
-  esd::BasicPref<std::string> LogFile;
-  esd::BasicPref<std::string> logFileLib;
-  esd::BasicPref<std::string> InstallerLogFile;
-  esd::BasicPref<std::string> NotificationLogFile;
-  esd::BasicPref<std::string> StartupLogFile;
-  esd::BasicPref<std::string> SilentNotificationLogFile;
-  esd::BasicPref<int> LogLevel;
-  esd::BasicPref<std::string> OSVersion;
-  esd::BasicPref<std::string> VelUVersion;
-  esd::BasicPref<std::string> WebFeedOverriddenURL;
-  esd::BasicPref<std::string> WebFeedEtag;
-  esd::BasicPref<unsigned long> WebFeedSize;
-  esd::BasicPref<unsigned long> WebFeedSeqNo;
+#define ORU_DECLARE_UPDATER_PREF(kind, key, default_value) updater_pref_kinds::kind key;
+  ORU_UPDATER_PREF_TABLE(ORU_DECLARE_UPDATER_PREF)
+#undef ORU_DECLARE_UPDATER_PREF
 
   // Every preference of the set, in table order.
-  std::vector<UpdaterPrefEntry> Entries();
+  const std::vector<std::unique_ptr<esd::UpdaterPrefSlot>>& Slots() const {
+    return slots_;
+  }
 
 private:
   // `folder`: the preferences folder the path defaults are built on, empty
   // when there is none.
   NuvexUpdaterPrefs(bool enterprise, const std::string& folder);
 
-  void PointPreferencesAtThis();
+  void MakeSlots();
   // Reads the file at the folder's preferences path and guards it with a
   // new lock; false when there is no preferences folder.
   bool OpenFile(bool enterprise);
@@ -112,6 +123,7 @@ private:
   // Lockers made over the object's life; the newest guards the file, older
   // ones stay alive while they might still be the lock policy.
   std::vector<std::unique_ptr<esd::ResourceLocker>> lockers_;
+  std::vector<std::unique_ptr<esd::UpdaterPrefSlot>> slots_;
 };
 
 // The one instance of this process, made by the first call with its flag.

@@ -172,26 +172,50 @@ TEST_F(UpdaterPrefsTest, EveryKeyHasItsTypeAndDefault) {
   EXPECT_EQ(prefs.WebFeedSeqNo.defaultValue, 0u);
 }
 
-TEST_F(UpdaterPrefsTest, EntriesListEveryKeyOnceUnderItsOwnName) {
+TEST_F(UpdaterPrefsTest, SlotsListEveryKeyOnceInTableOrderWithItsType) {
   NuvexUpdaterPrefs prefs(false);
-  const auto entries = prefs.Entries();
-  ASSERT_EQ(entries.size(), 42u);
+  const auto& slots = prefs.Slots();
+  ASSERT_EQ(slots.size(), 42u);
   std::set<std::string> keys;
-  for (const UpdaterPrefEntry& entry : entries) {
-    keys.insert(entry.key);
-    const int set = (entry.boolPref != nullptr) + (entry.intPref != nullptr) +
-                    (entry.unsignedPref != nullptr) + (entry.stringPref != nullptr) +
-                    (entry.boolMap != nullptr) + (entry.stringMap != nullptr);
-    EXPECT_EQ(set, 1) << entry.key;
-    const std::string own_key = entry.boolPref       ? entry.boolPref->key
-                                : entry.intPref      ? entry.intPref->key
-                                : entry.unsignedPref ? entry.unsignedPref->key
-                                : entry.stringPref   ? entry.stringPref->key
-                                : entry.boolMap      ? entry.boolMap->key
-                                                     : entry.stringMap->key;
-    EXPECT_EQ(own_key, entry.key);
+  for (const auto& slot : slots) {
+    keys.insert(slot->key());
   }
   EXPECT_EQ(keys.size(), 42u);
+  EXPECT_STREQ(slots.front()->key(), "AutoCheck");
+  EXPECT_STREQ(slots.front()->type(), "bool");
+  EXPECT_STREQ(slots[5]->key(), "UserCacheTillOruUPdater");
+  EXPECT_STREQ(slots[20]->type(), "map of bool");
+  EXPECT_STREQ(slots[21]->type(), "map of string");
+  EXPECT_STREQ(slots.back()->key(), "WebFeedSeqNo");
+  EXPECT_STREQ(slots.back()->type(), "unsigned long");
+}
+
+TEST_F(UpdaterPrefsTest, ASlotReadsWritesAndResetsItsPreferenceAsText) {
+  NuvexUpdaterPrefs prefs(false);
+  esd::UpdaterPrefSlot* level = nullptr;
+  esd::UpdaterPrefSlot* channels = nullptr;
+  for (const auto& slot : prefs.Slots()) {
+    level = std::string(slot->key()) == "LogLevel" ? slot.get() : level;
+    channels = std::string(slot->key()) == "ChannelsEnabled" ? slot.get() : channels;
+  }
+  ASSERT_TRUE(level && channels);
+  bool converted = false;
+  EXPECT_FALSE(level->StoreText("x", converted));
+  EXPECT_FALSE(converted);
+  ASSERT_TRUE(level->StoreText("5", converted));
+  ASSERT_TRUE(channels->StoreText("b=1,a=0", converted));
+  std::string text;
+  bool is_default = true;
+  ASSERT_TRUE(level->ReadText(text, is_default));
+  EXPECT_EQ(text, "5");
+  EXPECT_FALSE(is_default);
+  ASSERT_TRUE(channels->ReadText(text, is_default));
+  EXPECT_EQ(text, "a=0,b=1");
+  ASSERT_TRUE(level->Reset());
+  ASSERT_TRUE(level->ReadText(text, is_default));
+  EXPECT_EQ(text, "2");
+  EXPECT_TRUE(is_default);
+  EXPECT_EQ(level->DefaultText(), "2");
 }
 
 TEST_F(UpdaterPrefsTest, EveryPreferenceWritesThroughThisObject) {

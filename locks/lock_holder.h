@@ -56,9 +56,9 @@ private:
 // What a look from outside sees; takes and changes nothing.
 struct HolderView {
   enum class Record {
-    kNone,  // no record file, or it names nobody: the holder (if any) keeps none
-    kLive,  // a process holds the record's lock: it holds or is taking the semaphore
-    kDead,  // a record whose process is gone: its semaphore, if any, is stale
+    kNone, // no record file, or it names nobody: the holder (if any) keeps none
+    kLive, // a process holds the record's lock: it holds or is taking the semaphore
+    kDead, // a record whose process is gone: its semaphore, if any, is stale
   };
   Record record = Record::kNone;
   HolderRecord holder;

@@ -3,6 +3,7 @@
 #include "locks/base64.h"
 #include "locks/md5.h"
 
+#include <chrono>
 #include <errno.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -60,6 +61,17 @@ bool ResourceLocker::IsHeldByAnyone(const std::string& resource) {
   return true;
 }
 
+LockView LookAtLock(const std::string& resource) {
+  LockView view;
+  view.holder = LookAtHolder(resource);
+  // After the record: a semaphore seen after a dead holder's record was
+  // seen is that holder's, since nothing that keeps records takes the lock
+  // without first clearing a dead record.
+  view.present = ResourceLocker::IsHeldByAnyone(resource);
+  view.stale = view.present && view.holder.record == HolderView::Record::kDead;
+  return view;
+}
+
 ResourceLocker::ResourceLockerPlat::ResourceLockerPlat(const std::string& resource, long tag)
     : resource_(resource), tag_(tag),
       semaphoreName_(SystemSemaphoreName(ResourceLocker::SemaphoreName(resource))) {}
@@ -77,25 +89,38 @@ bool ResourceLocker::ResourceLockerPlat::Lock() {
   if (!record_.IsOpen()) {
     (void)record_.Open(resource_); // without a record the lock works as it always has
   }
-  for (int attempt = 0; attempt < ResourceLocker::kLockAttempts; ++attempt) {
-    if (TryOnce()) {
+  // Other programs sharing the lock try 100 times, 10 ms apart. The wait
+  // here has the same bound, about a second, but while another process
+  // that keeps a record is at the lock, it looks again every millisecond:
+  // the lock then passes on at once instead of lying idle for most of a
+  // pause.
+  const auto deadline =
+      std::chrono::steady_clock::now() +
+      std::chrono::microseconds(ResourceLocker::kLockAttempts * ResourceLocker::kPauseMicroseconds);
+  for (;;) {
+    const Attempt attempt = TryOnce();
+    if (attempt == Attempt::kTaken) {
       return true;
     }
-    usleep(ResourceLocker::kPauseMicroseconds);
+    if (std::chrono::steady_clock::now() >= deadline) {
+      break;
+    }
+    usleep(attempt == Attempt::kRecordBusy ? kRecordPauseMicroseconds
+                                           : ResourceLocker::kPauseMicroseconds);
   }
   ReportGivingUp();
   return false;
 }
 
-bool ResourceLocker::ResourceLockerPlat::TryOnce() {
+ResourceLocker::ResourceLockerPlat::Attempt ResourceLocker::ResourceLockerPlat::TryOnce() {
   if (record_.IsOpen()) {
     if (!record_.TryLock()) {
-      return false; // another process keeping a record is taking or holding it
+      return Attempt::kRecordBusy; // another process keeping a record is at the lock
     }
     recordLocked_ = true;
     if (!record_.Read().empty() && !RecoverFromDeadHolder()) {
       ReleaseRecord();
-      return false;
+      return Attempt::kSemaphoreBusy;
     }
     // Written before the semaphore is made, so that a holder killed right
     // after making it has a record already.
@@ -104,14 +129,14 @@ bool ResourceLocker::ResourceLockerPlat::TryOnce() {
   sem_t* created = sem_open(semaphoreName_.c_str(), O_CREAT | O_EXCL, 0700, 1);
   if (created != SEM_FAILED) {
     semaphore_ = created;
-    return true;
+    return Attempt::kTaken;
   }
   // A program that keeps no record holds the semaphore.
   if (recordLocked_) {
     (void)record_.Clear();
     ReleaseRecord();
   }
-  return false;
+  return Attempt::kSemaphoreBusy;
 }
 
 bool ResourceLocker::ResourceLockerPlat::RecoverFromDeadHolder() {
@@ -151,8 +176,7 @@ bool ResourceLocker::ResourceLockerPlat::Unlock(bool force) {
   // A forced unlock clears a dead holder's record with its semaphore, so
   // that the record cannot later be taken to stand for a semaphore made
   // since by another program.
-  const bool clears_record =
-      !recordLocked_ && !IsLocked() && record_.IsOpen() && record_.TryLock();
+  const bool clears_record = !recordLocked_ && !IsLocked() && record_.IsOpen() && record_.TryLock();
   if (clears_record) {
     recordLocked_ = true;
   }

@@ -94,9 +94,13 @@ public:
   const std::string& semaphore_name() const { return semaphoreName_; }
 
 private:
+  enum class Attempt { kTaken, kRecordBusy, kSemaphoreBusy };
+  // The pause after an attempt that found another record keeper at work.
+  static constexpr unsigned kRecordPauseMicroseconds = 1000;
+
   // One attempt: the holder record's lock (when there is a record), then
   // the semaphore.
-  bool TryOnce();
+  Attempt TryOnce();
   // Removes the semaphore of a holder whose record outlived it; false when
   // it cannot be removed (another user's), which leaves the record there.
   bool RecoverFromDeadHolder();
@@ -112,6 +116,16 @@ private:
   HolderRecordFile record_;
   bool recordLocked_ = false;
 };
+
+// A resource lock as seen from outside: whether its semaphore is there and
+// who holds it. Stale only when the semaphore is there and the process
+// recorded as its holder is dead.
+struct LockView {
+  bool present = false;
+  HolderView holder;
+  bool stale = false;
+};
+LockView LookAtLock(const std::string& resource);
 
 // Where the locker sends its log lines (facade level, message); the program
 // that owns a log installs it.

@@ -5,7 +5,6 @@
 #endif
 
 #include "locks/resource_locker.h"
-
 #include "platform/safe_fs.h"
 
 #include <algorithm>

@@ -1,7 +1,11 @@
 #include "testing/child_process.h"
 
 #include <errno.h>
+#include <fcntl.h>
+#include <map>
+#include <spawn.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 extern char** environ;
@@ -77,6 +81,77 @@ std::string ReadAll(ChildProgram& child) {
     text.append(buffer, got);
   }
   return text;
+}
+
+namespace {
+
+// Spawned rather than forked: a test process is large, and copying its
+// address space for each of thousands of short programs costs more than
+// the programs themselves.
+pid_t StartQuietly(const std::string& program, const std::vector<std::string>& arguments) {
+  std::vector<char*> argv{const_cast<char*>(program.c_str())};
+  for (const std::string& argument : arguments) {
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  }
+  argv.push_back(nullptr);
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
+  pid_t pid = -1;
+  if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ) != 0) {
+    pid = -1;
+  }
+  posix_spawn_file_actions_destroy(&actions);
+  return pid;
+}
+
+} // namespace
+
+int RunInLanes(const std::string& program, int lanes, int per_lane,
+               const std::function<std::vector<std::string>(int lane, int index)>& arguments_of) {
+  std::map<pid_t, int> running; // pid -> lane
+  std::vector<int> started(static_cast<size_t>(lanes), 0);
+  int failures = 0;
+  // A program that cannot be started counts as failed; its lane goes on.
+  const auto start_next = [&](int lane) {
+    while (started[lane] < per_lane) {
+      const pid_t pid = StartQuietly(program, arguments_of(lane, started[lane]++));
+      if (pid > 0) {
+        running[pid] = lane;
+        return;
+      }
+      ++failures;
+    }
+  };
+  for (int lane = 0; lane < lanes; ++lane) {
+    start_next(lane);
+  }
+  // Each program is waited for by its pid: other children of the test (an
+  // observer, say) are left to whoever started them.
+  while (!running.empty()) {
+    bool any_ended = false;
+    for (auto entry = running.begin(); entry != running.end();) {
+      int status = 0;
+      const pid_t ended = waitpid(entry->first, &status, WNOHANG);
+      if (ended == 0 || (ended < 0 && errno == EINTR)) {
+        ++entry;
+        continue;
+      }
+      any_ended = true;
+      const int lane = entry->second;
+      entry = running.erase(entry);
+      if (ended < 0 || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
+        ++failures;
+      }
+      start_next(lane);
+    }
+    if (!any_ended) {
+      const struct timespec pause = {0, 200000};
+      nanosleep(&pause, nullptr);
+    }
+  }
+  return failures;
 }
 
 } // namespace oru_testing

@@ -32,6 +32,14 @@ int FinishProgram(ChildProgram& child);
 // Everything the child writes until it closes its standard output.
 std::string ReadAll(ChildProgram& child);
 
+// Runs `lanes` sequences of short-lived programs side by side: each lane
+// starts its next program as soon as its previous one ends, `per_lane`
+// programs in all. `arguments_of(lane, index)` gives each one's arguments.
+// Their standard input and output are /dev/null. Returns how many exited
+// with a status other than 0.
+int RunInLanes(const std::string& program, int lanes, int per_lane,
+               const std::function<std::vector<std::string>(int lane, int index)>& arguments_of);
+
 } // namespace oru_testing
 
 #endif // ORU_TESTING_CHILD_PROCESS_H

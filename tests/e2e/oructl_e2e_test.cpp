@@ -10,13 +10,14 @@
 #include "tests/e2e/e2e_fixture.h"
 #include "tests/e2e/e2e_support.h"
 
-#include <fstream>
+#include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <semaphore.h>
 #include <signal.h>
-#include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -141,6 +142,41 @@ TEST_F(OructlTest, ASemaphoreTakenByAProgramWithoutRecordIsNeverCalledStale) {
   EXPECT_TRUE(Has(status.output, "keeps no holder record (not judged)")) << status.output;
   EXPECT_EQ(Oructl({"unlock-prefs", "--force"}).exit_code, 0);
   sem_close(foreign);
+}
+
+// Eight scripts at once, each setting its own key 500 times with oructl,
+// while an observer reads every key under the lock again and again.
+TEST_F(OructlTest, PrefsSetFromEightProcessesAtOnceNeverFailsAndNoValueGoesBack) {
+  constexpr int kLanes = 8;
+  constexpr int kSetsEach = 500;
+  const std::vector<std::string> keys = {"Automatic",
+                                         "AutoCheckType",
+                                         "AutoCheckFreq",
+                                         "UpdaterPrefSchedCheckFreq",
+                                         "UpdaterDailyScheduledTimeHH",
+                                         "UpdaterDailyScheduledTimeMM",
+                                         "ConnectionType",
+                                         "LogLevel"};
+  ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+  std::vector<std::string> observe = {"observe", PrefsPath(), std::to_string(kSetsEach)};
+  observe.insert(observe.end(), keys.begin(), keys.end());
+  ChildProgram observer = oru_testing::StartProgram(ORU_PREFS_HELPER, observe);
+  const int failed = oru_testing::RunInLanes(ORU_ORUCTL, kLanes, kSetsEach, [&](int lane, int i) {
+    return std::vector<std::string>{"prefs", "set", keys[static_cast<size_t>(lane)],
+                                    std::to_string(i + 1)};
+  });
+  const std::string seen = oru_testing::ReadAll(observer);
+  EXPECT_EQ(oru_testing::FinishProgram(observer), 0) << seen;
+  long samples = 0;
+  long regressions = -1;
+  EXPECT_EQ(std::sscanf(seen.c_str(), "samples %ld regressions %ld", &samples, &regressions), 2);
+  std::printf("sets: %d, failed: %d; observer samples: %ld, values gone back: %ld\n",
+              kLanes * kSetsEach, failed, samples, regressions);
+  EXPECT_EQ(failed, 0);
+  EXPECT_EQ(regressions, 0);
+  for (const std::string& key : keys) {
+    EXPECT_EQ(Oructl({"prefs", "get", key}).output, std::to_string(kSetsEach) + "\n") << key;
+  }
 }
 
 std::vector<std::string> JsonArgv(const std::string& json) {

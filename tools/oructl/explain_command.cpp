@@ -68,7 +68,8 @@ int ExplainCommand(const Arguments& given) {
   int level = -1;
   (void)esd::ReadStoredText(prefs_path, "Preferences", "LogFile", log_file); // else the default
   if (esd::ReadStoredText(prefs_path, "Preferences", "LogLevel", level_text) &&
-      !level_text.empty() && !esd::ChangeDiffTypeImpl<std::string, int>::ChangeType(level_text, level)) {
+      !level_text.empty() &&
+      !esd::ChangeDiffTypeImpl<std::string, int>::ChangeType(level_text, level)) {
     level = -1;
   }
   const bool file_default = log_file.empty();

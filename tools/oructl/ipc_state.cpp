@@ -15,9 +15,7 @@
 
 namespace oructl {
 
-namespace {
-
-} // namespace
+namespace {} // namespace
 
 bool ProcessAlive(pid_t pid) {
   return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
@@ -44,12 +42,10 @@ SetState ReadSet(key_t key, int semaphore) {
 PrefsLockState ReadPrefsLock(const std::string& prefs_path) {
   PrefsLockState state;
   state.path = prefs_path;
-  state.holder = esd::LookAtHolder(prefs_path);
-  // After the record: a semaphore seen after a dead holder's record was
-  // seen is that holder's, since nothing that keeps records takes the lock
-  // without first clearing a dead record.
-  state.present = esd::ResourceLocker::IsHeldByAnyone(prefs_path);
-  state.stale = state.present && state.holder.record == esd::HolderView::Record::kDead;
+  const esd::LockView view = esd::LookAtLock(prefs_path);
+  state.present = view.present;
+  state.holder = view.holder;
+  state.stale = view.stale;
   return state;
 }
 

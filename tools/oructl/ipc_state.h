@@ -23,10 +23,8 @@ struct SetState {
 SetState ReadSet(key_t key, int semaphore = 0);
 bool ProcessAlive(pid_t pid);
 
-// The preferences lock of a preferences file: whether its named semaphore
-// exists, and what its holder record says. Stale only when the semaphore is
-// there and the process recorded as its holder is dead; a semaphore whose
-// holder keeps no record is never judged.
+// The preferences lock of a preferences file (see esd::LookAtLock); a
+// semaphore whose holder keeps no record is never judged.
 struct PrefsLockState {
   std::string path;
   bool present = false;

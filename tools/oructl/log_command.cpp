@@ -1,8 +1,8 @@
 // oructl log [sessions]: the updater log as records, filtered, or split into
 // launcher runs.
 #include "esd/updater_prefs.h"
-#include "tools/oructl/log_records.h"
 #include "tools/oructl/ipc_state.h"
+#include "tools/oructl/log_records.h"
 #include "tools/oructl/oructl.h"
 
 #include <cstdio>

@@ -18,6 +18,7 @@ namespace {
 
 const char kPrefsUsage[] =
     "Usage: oructl prefs list [--json]\n"
+    "       oructl prefs keys\n"
     "       oructl prefs get KEY [--json]\n"
     "       oructl prefs set KEY VALUE\n"
     "       oructl prefs reset KEY | --all\n"
@@ -30,6 +31,7 @@ const char kPrefsUsage[] =
     "\n"
     "  list     every key with its type and value; [default] marks a scalar\n"
     "           that holds its default\n"
+    "  keys     the key table: every key, its type and its default\n"
     "  get      one value\n"
     "  set      stores a value, which must convert to the key's type\n"
     "  reset    gives one key its default (an empty map), or with --all deletes\n"
@@ -56,164 +58,30 @@ const char kUnlockUsage[] =
     "Exit status: 0 a lock was removed; 1 there was none; 2 usage, or the\n"
     "recorded holder is alive.\n";
 
-const char* TypeOf(const UpdaterPrefEntry& entry) {
-  if (entry.boolPref) {
-    return "bool";
-  }
-  if (entry.intPref) {
-    return "int";
-  }
-  if (entry.unsignedPref) {
-    return "unsigned long";
-  }
-  if (entry.stringPref) {
-    return "string";
-  }
-  return entry.boolMap ? "map of bool" : "map of string";
-}
-
-template <typename V> std::string MapText(const std::map<std::string, V>& map) {
-  std::string text;
-  for (const auto& [key, value] : map) {
-    std::string value_text;
-    if constexpr (std::is_same_v<V, bool>) {
-      value_text = value ? "1" : "0";
-    } else {
-      value_text = value;
-    }
-    text += (text.empty() ? "" : ",") + key + "=" + value_text;
-  }
-  return text;
-}
-
-template <typename V> bool ParseMap(const std::string& text, std::map<std::string, V>& map) {
-  size_t start = 0;
-  while (start < text.size()) {
-    const size_t end = std::min(text.find(',', start), text.size());
-    const std::string pair = text.substr(start, end - start);
-    const size_t equals = pair.find('=');
-    if (equals == std::string::npos || equals == 0) {
-      return false;
-    }
-    V value{};
-    if constexpr (std::is_same_v<V, bool>) {
-      if (!esd::ChangeDiffTypeImpl<std::string, bool>::ChangeType(pair.substr(equals + 1), value)) {
-        return false;
-      }
-    } else {
-      value = pair.substr(equals + 1);
-    }
-    map[pair.substr(0, equals)] = value;
-    start = end + 1;
-  }
-  return true;
-}
-
-// Reads the value as text; false when the stored text does not convert.
-bool ValueText(const UpdaterPrefEntry& entry, std::string& text, bool& is_default) {
-  is_default = false;
-  if (entry.boolPref) {
-    bool value = false;
-    const bool read = entry.boolPref->Get(value);
-    text = value ? "1" : "0";
-    is_default = read && entry.boolPref->IsDefault(value);
-    return read;
-  }
-  if (entry.intPref) {
-    int value = 0;
-    const bool read = entry.intPref->Get(value);
-    text = std::to_string(value);
-    is_default = read && entry.intPref->IsDefault(value);
-    return read;
-  }
-  if (entry.unsignedPref) {
-    unsigned long value = 0;
-    const bool read = entry.unsignedPref->Get(value);
-    text = std::to_string(value);
-    is_default = read && entry.unsignedPref->IsDefault(value);
-    return read;
-  }
-  if (entry.stringPref) {
-    const bool read = entry.stringPref->Get(text);
-    is_default = read && entry.stringPref->IsDefault(text);
-    return read;
-  }
-  if (entry.boolMap) {
-    std::map<std::string, bool> map;
-    const bool read = entry.boolMap->Get(map);
-    text = MapText(map);
-    return read;
-  }
-  std::map<std::string, std::string> map;
-  const bool read = entry.stringMap->Get(map);
-  text = MapText(map);
-  return read;
-}
+using Slot = esd::UpdaterPrefSlot;
 
 // 0 stored; kError with a message for a value of the wrong type or a save
 // that failed.
-int StoreText(const UpdaterPrefEntry& entry, const std::string& text) {
+int StoreText(Slot& slot, const std::string& text) {
   // The whole text (a map's keys and values included) passes the same rule
   // the setters apply; saying so here names the cause, which a failed save
   // cannot.
   if (!esd::IsStorableText(text)) {
-    return Fail(std::string("the value for ") + entry.key +
+    return Fail(std::string("the value for ") + slot.key() +
                 " cannot be stored: it holds a control character other than tab, line feed "
                 "or carriage return, is not valid UTF-8, or is too long");
   }
   bool converted = true;
-  bool saved = false;
-  if (entry.boolPref) {
-    bool value = false;
-    converted = esd::ChangeDiffTypeImpl<std::string, bool>::ChangeType(text, value);
-    saved = converted && entry.boolPref->Set(value);
-  } else if (entry.intPref) {
-    int value = 0;
-    converted = esd::ChangeDiffTypeImpl<std::string, int>::ChangeType(text, value);
-    saved = converted && entry.intPref->Set(value);
-  } else if (entry.unsignedPref) {
-    unsigned long value = 0;
-    converted = text.find('-') == std::string::npos &&
-                esd::ChangeDiffTypeImpl<std::string, unsigned long>::ChangeType(text, value);
-    saved = converted && entry.unsignedPref->Set(value);
-  } else if (entry.stringPref) {
-    saved = entry.stringPref->Set(text);
-  } else if (entry.boolMap) {
-    std::map<std::string, bool> map;
-    converted = ParseMap(text, map);
-    saved = converted && entry.boolMap->Set(map);
-  } else {
-    std::map<std::string, std::string> map;
-    converted = ParseMap(text, map);
-    saved = converted && entry.stringMap->Set(map);
-  }
+  const bool saved = slot.StoreText(text, converted);
   if (!converted) {
-    return Fail("'" + text + "' is not a valid " + TypeOf(entry) + " for " + entry.key);
+    return Fail("'" + text + "' is not a valid " + slot.type() + " for " + slot.key());
   }
   if (!saved) {
-    return Fail(std::string("could not save ") + entry.key +
+    return Fail(std::string("could not save ") + slot.key() +
                 ": the preferences lock could not be had or the file cannot be written "
                 "(see oructl status)");
   }
   return kOk;
-}
-
-int ResetOne(const UpdaterPrefEntry& entry) {
-  bool saved = false;
-  if (entry.boolPref) {
-    saved = entry.boolPref->Set(entry.boolPref->defaultValue);
-  } else if (entry.intPref) {
-    saved = entry.intPref->Set(entry.intPref->defaultValue);
-  } else if (entry.unsignedPref) {
-    saved = entry.unsignedPref->Set(entry.unsignedPref->defaultValue);
-  } else if (entry.stringPref) {
-    saved = entry.stringPref->Set(entry.stringPref->defaultValue);
-  } else if (entry.boolMap) {
-    saved = entry.boolMap->Set({});
-  } else {
-    saved = entry.stringMap->Set({});
-  }
-  return saved ? kOk : Fail(std::string("could not reset ") + entry.key);
 }
 
 // The process's preferences, refused when there is no file to work on, when
@@ -254,11 +122,10 @@ NuvexUpdaterPrefs* OpenPrefs(int& status) {
   return nullptr;
 }
 
-const UpdaterPrefEntry* FindEntry(const std::vector<UpdaterPrefEntry>& entries,
-                                  const std::string& key) {
-  for (const UpdaterPrefEntry& entry : entries) {
-    if (key == entry.key) {
-      return &entry;
+Slot* FindSlot(const NuvexUpdaterPrefs& prefs, const std::string& key) {
+  for (const auto& slot : prefs.Slots()) {
+    if (key == slot->key()) {
+      return slot.get();
     }
   }
   return nullptr;
@@ -266,22 +133,34 @@ const UpdaterPrefEntry* FindEntry(const std::vector<UpdaterPrefEntry>& entries,
 
 int List(NuvexUpdaterPrefs& prefs, bool json) {
   std::string out = json ? "[" : "";
-  for (const UpdaterPrefEntry& entry : prefs.Entries()) {
+  for (const auto& slot : prefs.Slots()) {
     std::string text;
     bool is_default = false;
-    const bool readable = ValueText(entry, text, is_default);
+    const bool readable = slot->ReadText(text, is_default);
     if (json) {
-      out += (out.size() > 1 ? "," : "") + std::string("{\"key\":") + JsonString(entry.key) +
-             ",\"type\":" + JsonString(TypeOf(entry)) + ",\"value\":" + JsonString(text) +
+      out += (out.size() > 1 ? "," : "") + std::string("{\"key\":") + JsonString(slot->key()) +
+             ",\"type\":" + JsonString(slot->type()) + ",\"value\":" + JsonString(text) +
              ",\"default\":" + (is_default ? "true" : "false") +
              ",\"readable\":" + (readable ? "true" : "false") + "}";
     } else {
-      out += std::string(entry.key) + " (" + TypeOf(entry) +
+      out += std::string(slot->key()) + " (" + slot->type() +
              ") = " + (readable ? text : "<stored text does not convert>") +
              (is_default ? " [default]" : "") + "\n";
     }
   }
   std::fputs((json ? out + "]\n" : out).c_str(), stdout);
+  return kOk;
+}
+
+// The key table as documentation: every key, its type and its default
+// here. Reads nothing.
+int Keys(const NuvexUpdaterPrefs& prefs) {
+  for (const auto& slot : prefs.Slots()) {
+    std::printf("%-28s %-14s %s\n", slot->key(), slot->type(),
+                std::string(slot->type()).rfind("map", 0) == 0
+                    ? "(empty map)"
+                    : ("\"" + slot->DefaultText() + "\"").c_str());
+  }
   return kOk;
 }
 
@@ -298,14 +177,17 @@ int PrefsCommand(const Arguments& given) {
     return Fail("prefs needs list, get, set or reset (see oructl prefs --help)");
   }
   const std::string action = arguments[0];
-  const bool known_action =
-      action == "list" || action == "get" || action == "set" || action == "reset";
+  const bool known_action = action == "list" || action == "get" || action == "set" ||
+                            action == "reset" || action == "keys";
   if (!known_action) {
     return Fail("unknown prefs action '" + action + "' (see oructl prefs --help)");
   }
-  const size_t expected = action == "list" ? 1 : action == "set" ? 3 : 2;
+  const size_t expected = action == "list" || action == "keys" ? 1 : action == "set" ? 3 : 2;
   if (arguments.size() != expected) {
     return Fail("wrong number of arguments for prefs " + action + " (see oructl prefs --help)");
+  }
+  if (action == "keys") {
+    return Keys(GetUpdaterPrefs(false));
   }
   NuvexUpdaterPrefs* prefs = OpenPrefs(status);
   if (!prefs) {
@@ -317,24 +199,23 @@ int PrefsCommand(const Arguments& given) {
   if (action == "reset" && arguments[1] == "--all") {
     return prefs->DeleteAllPrefs() ? kOk : Fail("could not delete " + prefs->prefsPath());
   }
-  const std::vector<UpdaterPrefEntry> entries = prefs->Entries();
-  const UpdaterPrefEntry* entry = FindEntry(entries, arguments[1]);
-  if (!entry) {
-    return Fail("unknown preference key '" + arguments[1] + "'");
+  Slot* slot = FindSlot(*prefs, arguments[1]);
+  if (!slot) {
+    return Fail("unknown preference key '" + arguments[1] + "' (see oructl prefs keys)");
   }
   if (action == "set") {
-    return StoreText(*entry, arguments[2]);
+    return StoreText(*slot, arguments[2]);
   }
   if (action == "reset") {
-    return ResetOne(*entry);
+    return slot->Reset() ? kOk : Fail(std::string("could not reset ") + slot->key());
   }
   std::string text;
   bool is_default = false;
-  if (!ValueText(*entry, text, is_default)) {
-    return Fail(std::string("the stored value of ") + entry->key + " does not convert to " +
-                TypeOf(*entry));
+  if (!slot->ReadText(text, is_default)) {
+    return Fail(std::string("the stored value of ") + slot->key() + " does not convert to " +
+                slot->type());
   }
-  std::printf("%s\n", json ? (std::string("{\"key\":") + JsonString(entry->key) +
+  std::printf("%s\n", json ? (std::string("{\"key\":") + JsonString(slot->key()) +
                               ",\"value\":" + JsonString(text) + "}")
                                  .c_str()
                            : text.c_str());
