@@ -17,6 +17,8 @@
 //     one change, as each short-lived process of the updater makes it: the
 //     updater's own preferences (found through HOME and XDG) set the int
 //     KEY to 1, once, without retries. Exit status 0 when it was saved.
+//   prefs_helper updater-increment KEY
+//     the same, but the int KEY goes up by one from what this process read.
 //   prefs_helper observe PATH TARGET KEY...
 //     reads the int KEYs under the file's lock, again and again, until each
 //     holds TARGET; prints "samples N regressions M", where a regression is
@@ -90,7 +92,9 @@ int Observe(const std::string& path, int target, const std::vector<std::string>&
 } // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 3 || (argc < 5 && std::string(argv[1]) != "updater-set")) {
+  const bool updater_change = argc == 3 && (std::string(argv[1]) == "updater-set" ||
+                                            std::string(argv[1]) == "updater-increment");
+  if (argc < 3 || (argc < 5 && !updater_change)) {
     std::fprintf(stderr, "usage: prefs_helper set-keys|ack-keys PATH PREFIX COUNT | "
                          "map-add PATH MAP PREFIX COUNT\n");
     return 2;
@@ -98,6 +102,12 @@ int main(int argc, char** argv) {
   const std::string command = argv[1];
   if (command == "updater-set" && argc == 3) {
     return GetUpdaterPrefs(false).SetPref<int>(argv[2], 1) ? 0 : 1;
+  }
+  if (command == "updater-increment" && argc == 3) {
+    NuvexUpdaterPrefs& prefs = GetUpdaterPrefs(false);
+    int value = 0;
+    (void)prefs.GetPref<int>(argv[2], value, 0);
+    return prefs.SetPref<int>(argv[2], value + 1) ? 0 : 1;
   }
   const std::string path = argv[2];
   if (command == "observe") {

@@ -2,8 +2,9 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <map>
+#include <poll.h>
 #include <spawn.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -132,9 +133,25 @@ pid_t StartQuietly(const std::string& program, const std::vector<std::string>& a
 
 } // namespace
 
+namespace {
+
+// A descriptor that becomes readable when the process ends, so that a wait
+// on many of them sleeps until one of them is done.
+int OpenProcessDescriptor(pid_t pid) {
+  return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
+}
+
+struct LaneProgram {
+  pid_t pid;
+  int lane;
+  int descriptor;
+};
+
+} // namespace
+
 int RunInLanes(const std::string& program, int lanes, int per_lane,
                const std::function<std::vector<std::string>(int lane, int index)>& arguments_of) {
-  std::map<pid_t, int> running; // pid -> lane
+  std::vector<LaneProgram> running;
   std::vector<int> started(static_cast<size_t>(lanes), 0);
   int failures = 0;
   // A program that cannot be started counts as failed; its lane goes on.
@@ -142,7 +159,7 @@ int RunInLanes(const std::string& program, int lanes, int per_lane,
     while (started[lane] < per_lane) {
       const pid_t pid = StartQuietly(program, arguments_of(lane, started[lane]++));
       if (pid > 0) {
-        running[pid] = lane;
+        running.push_back({pid, lane, OpenProcessDescriptor(pid)});
         return;
       }
       ++failures;
@@ -154,25 +171,33 @@ int RunInLanes(const std::string& program, int lanes, int per_lane,
   // Each program is waited for by its pid: other children of the test (an
   // observer, say) are left to whoever started them.
   while (!running.empty()) {
-    bool any_ended = false;
-    for (auto entry = running.begin(); entry != running.end();) {
+    std::vector<struct pollfd> ends;
+    for (const LaneProgram& each : running) {
+      ends.push_back({each.descriptor, POLLIN, 0});
+    }
+    // Without a descriptor (a kernel that has none) the loop looks again
+    // every 10 ms instead.
+    (void)poll(ends.data(), ends.size(), 10);
+    std::vector<LaneProgram> still_running;
+    std::vector<int> lanes_to_go_on;
+    for (const LaneProgram& each : running) {
       int status = 0;
-      const pid_t ended = waitpid(entry->first, &status, WNOHANG);
+      const pid_t ended = waitpid(each.pid, &status, WNOHANG);
       if (ended == 0 || (ended < 0 && errno == EINTR)) {
-        ++entry;
+        still_running.push_back(each);
         continue;
       }
-      any_ended = true;
-      const int lane = entry->second;
-      entry = running.erase(entry);
+      if (each.descriptor >= 0) {
+        close(each.descriptor);
+      }
       if (ended < 0 || !WIFEXITED(status) || WEXITSTATUS(status) != 0) {
         ++failures;
       }
-      start_next(lane);
+      lanes_to_go_on.push_back(each.lane);
     }
-    if (!any_ended) {
-      const struct timespec pause = {0, 200000};
-      nanosleep(&pause, nullptr);
+    running = std::move(still_running);
+    for (int lane : lanes_to_go_on) {
+      start_next(lane);
     }
   }
   return failures;
