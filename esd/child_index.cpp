@@ -86,12 +86,10 @@ void ChildIndex::Removed() {
 }
 
 void ChildIndex::Build() {
+  // Sized by the names found, not by the children: a large file is mostly
+  // many children of a few names.
   used_ = 0;
-  size_t capacity = 16;
-  while (capacity < parent_->children.size() * 2) {
-    capacity *= 2;
-  }
-  slots_.assign(capacity, nullptr);
+  slots_.assign(kFirstCapacity, nullptr);
   built_ = true;
   indexedChildren_ = parent_->children.size();
   for (const auto& child : parent_->children) {
@@ -102,10 +100,25 @@ void ChildIndex::Build() {
   }
 }
 
+void ChildIndex::Grow() {
+  std::vector<XMLDocumentNode*> held(slots_.size() * 2, nullptr);
+  held.swap(slots_);
+  const size_t mask = slots_.size() - 1;
+  for (XMLDocumentNode* node : held) {
+    std::string_view name;
+    if (node && LookupName(node->name, name)) {
+      size_t slot = SlotOf(name);
+      while (slots_[slot]) {
+        slot = (slot + 1) & mask;
+      }
+      slots_[slot] = node;
+    }
+  }
+}
+
 void ChildIndex::Insert(XMLDocumentNode* child, std::string_view name) {
   if ((used_ + 1) * 2 > slots_.size()) {
-    Build(); // the child is in the parent already, so the new index has it
-    return;
+    Grow();
   }
   const size_t mask = slots_.size() - 1;
   for (size_t slot = SlotOf(name);; slot = (slot + 1) & mask) {

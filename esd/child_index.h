@@ -32,8 +32,11 @@ public:
 
 private:
   void Build();
+  void Grow();
   void Insert(XMLDocumentNode* child, std::string_view name);
   size_t SlotOf(std::string_view name) const;
+
+  static constexpr size_t kFirstCapacity = 16;
 
   XMLDocumentNode* parent_ = nullptr;
   bool built_ = false;

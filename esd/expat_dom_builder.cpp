@@ -46,7 +46,7 @@ bool ExpatDOMBuilder<Node>::Create(const char* encoding, const char* namespace_s
   XML_SetUserData(parser_, this);
   try {
     document_ = std::make_unique<Node>(std::string());
-    document_->isDocument = true;
+    document_->MarkAsDocument();
     document_->SetAttributeData("version", "1.0");
     document_->SetAttributeData("encoding", "UTF-8");
     nodeStack_.push(document_.get());

@@ -53,9 +53,9 @@ protected:
 
 TEST_F(ExpatDOMBuilderTest, CreateMakesAnEmptyDocumentWithTheDeclaration) {
   XMLDocumentNode& document = Document();
-  EXPECT_TRUE(document.isDocument);
+  EXPECT_TRUE(document.isDocument());
   EXPECT_EQ(document.GetName(), "");
-  EXPECT_EQ(document.version, "1.0");
+  EXPECT_EQ(document.version(), "1.0");
   EXPECT_EQ(document.GetAttributes(),
             (std::vector<XMLDocumentNode::Attribute>{{"encoding", "UTF-8"}}));
   EXPECT_TRUE(document.children.empty());
@@ -64,8 +64,8 @@ TEST_F(ExpatDOMBuilderTest, CreateMakesAnEmptyDocumentWithTheDeclaration) {
 TEST_F(ExpatDOMBuilderTest, MissingFileReturnsTheNoDataResultAndLeavesTheDeclarationOnly) {
   EXPECT_TRUE(builder_.ParseFile(sandbox_.Path("missing"), true));
   EXPECT_FALSE(builder_.ParseFile(sandbox_.Path("missing"), false));
-  EXPECT_EQ(Document().version, "1.0");
-  EXPECT_EQ(Document().attributes.at("encoding"), "UTF-8");
+  EXPECT_EQ(Document().version(), "1.0");
+  EXPECT_EQ(Document().attributes().at("encoding"), "UTF-8");
   EXPECT_TRUE(Document().children.empty());
   EXPECT_TRUE(parse_calls.empty());
 }
@@ -137,12 +137,12 @@ TEST_F(ExpatDOMBuilderTest, TextSplitAcrossChunksAndEntitiesJoinsUp) {
 
 TEST_F(ExpatDOMBuilderTest, DeclarationVersionIsKept) {
   ASSERT_TRUE(Parse("<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n<P/>"));
-  EXPECT_EQ(Document().version, "1.0");
+  EXPECT_EQ(Document().version(), "1.0");
 }
 
 TEST_F(ExpatDOMBuilderTest, DeclaredIso88591StillYieldsEncodingUtf8) {
   ASSERT_TRUE(Parse("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>\n<P>caf\xE9</P>"));
-  EXPECT_EQ(Document().attributes.at("encoding"), "UTF-8");
+  EXPECT_EQ(Document().attributes().at("encoding"), "UTF-8");
   // The parser hands out UTF-8 whatever the file's encoding.
   EXPECT_EQ(Child(Document(), 0).GetData(), "caf\xC3\xA9");
 }
@@ -244,7 +244,7 @@ TEST_F(ExpatDOMBuilderTest, NamesAndAttributeValuesUpToTheMarkupLimitAreRead) {
   const std::string value(40000, 'v');
   ASSERT_TRUE(Parse("<" + name + " k=\"" + value + "\"></" + name + ">"));
   EXPECT_EQ(Child(Document(), 0).GetName(), name);
-  EXPECT_EQ(Child(Document(), 0).attributes.at("k"), value);
+  EXPECT_EQ(Child(Document(), 0).attributes().at("k"), value);
 }
 
 TEST_F(ExpatDOMBuilderTest, VeryLongNameFailsAsSoonAsItPassesTheMarkupLimit) {

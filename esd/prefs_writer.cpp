@@ -81,9 +81,14 @@ bool PrefsWriter::IsWritable() const {
 }
 
 void PrefsWriter::SetPrefsPath(const std::string& path) {
+  const bool first_read_of_named_path =
+      fileState_ == PrefsFileState::kNotRead && !path.empty() && path == prefsPath_;
   ScopedLock lock(*this);
   if (!lock.held()) {
     return;
+  }
+  if (first_read_of_named_path && fileState_ != PrefsFileState::kNotRead) {
+    return; // taking the lock has just read the file; a large one is not parsed twice
   }
   prefsPath_ = path;
   domBuilder_.Clear();

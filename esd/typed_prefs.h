@@ -61,9 +61,9 @@ public:
       return true;
     }
     for (const auto& entry : element->children) {
-      const auto attribute = entry->attributes.find(kKeyAttribute);
+      const auto attribute = entry->attributes().find(kKeyAttribute);
       V value{};
-      if (attribute == entry->attributes.end() || !FromText(entry->GetData(), value)) {
+      if (attribute == entry->attributes().end() || !FromText(entry->GetData(), value)) {
         out.clear();
         return false;
       }

@@ -49,11 +49,12 @@ void XMLDocumentNode::AppendData(const std::string& text) {
 }
 
 void XMLDocumentNode::SetAttributeData(const std::string& attribute, const std::string& value) {
-  if (isDocument && attribute == "version") {
-    version = value;
+  RareFields& rare = rareToChange();
+  if (rare.isDocument && attribute == "version") {
+    rare.version = value;
     return;
   }
-  attributes[attribute] = value;
+  rare.attributes[attribute] = value;
 }
 
 void XMLDocumentNode::AddChild(XMLDocumentNode* child) {
@@ -85,7 +86,36 @@ std::string XMLDocumentNode::GetName() const {
 }
 
 std::vector<XMLDocumentNode::Attribute> XMLDocumentNode::GetAttributes() const {
-  return std::vector<Attribute>(attributes.begin(), attributes.end());
+  const AttributeMap& all = attributes();
+  return std::vector<Attribute>(all.begin(), all.end());
+}
+
+const std::string& XMLDocumentNode::version() const {
+  return rare().version;
+}
+
+const XMLDocumentNode::AttributeMap& XMLDocumentNode::attributes() const {
+  return rare().attributes;
+}
+
+bool XMLDocumentNode::isDocument() const {
+  return rare().isDocument;
+}
+
+void XMLDocumentNode::MarkAsDocument() {
+  rareToChange().isDocument = true;
+}
+
+const XMLDocumentNode::RareFields& XMLDocumentNode::rare() const {
+  static const RareFields kNone;
+  return rare_ ? *rare_ : kNone;
+}
+
+XMLDocumentNode::RareFields& XMLDocumentNode::rareToChange() {
+  if (!rare_) {
+    rare_ = std::make_unique<RareFields>();
+  }
+  return *rare_;
 }
 
 } // namespace esd

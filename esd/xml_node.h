@@ -22,6 +22,7 @@ namespace esd {
 class XMLDocumentNode : private boost::noncopyable {
 public:
   using Attribute = std::pair<std::string, std::string>;
+  using AttributeMap = std::map<std::string, std::string>;
 
   explicit XMLDocumentNode(const std::string& node_name);
 
@@ -45,12 +46,32 @@ public:
   // Every attribute, in ascending name order.
   virtual std::vector<Attribute> GetAttributes() const;
 
-  std::string version;
-  std::map<std::string, std::string> attributes;
+  // The declaration's version; set on a document node only.
+  const std::string& version() const;
+  // Changed only through SetAttributeData.
+  const AttributeMap& attributes() const;
+  bool isDocument() const;
+  // Made the invisible top of a tree, once, right after construction.
+  void MarkAsDocument();
+
   std::vector<std::unique_ptr<XMLDocumentNode>> children;
   std::string data;
   std::string name;
-  bool isDocument = false;
+
+private:
+  // What a plain element never has is kept out of line and made on first
+  // use: a large file is almost all plain elements, and keeping the
+  // version, the attribute map and the document flag in every node would
+  // make each of them 80 bytes larger, close to twice the size.
+  struct RareFields {
+    std::string version;
+    AttributeMap attributes;
+    bool isDocument = false;
+  };
+  const RareFields& rare() const;
+  RareFields& rareToChange();
+
+  std::unique_ptr<RareFields> rare_;
 };
 
 // Answers whether a node has the wanted name. The node's name must be one

@@ -30,10 +30,30 @@ TEST(XMLDocumentNodeTest, StartsEmpty) {
   XMLDocumentNode node("A");
   EXPECT_EQ(node.GetName(), "A");
   EXPECT_EQ(node.GetData(), "");
-  EXPECT_TRUE(node.version.empty());
-  EXPECT_TRUE(node.attributes.empty());
+  EXPECT_TRUE(node.version().empty());
+  EXPECT_TRUE(node.attributes().empty());
   EXPECT_TRUE(node.children.empty());
-  EXPECT_FALSE(node.isDocument);
+  EXPECT_FALSE(node.isDocument());
+}
+
+// A preferences file of a million elements is held in memory whole, so a
+// plain element carries only its name, data and children inline; what only
+// a document node or an element with attributes has is kept out of line.
+TEST(XMLDocumentNodeTest, APlainElementHoldsOnlyItsNameDataAndChildrenInline) {
+  static_assert(sizeof(XMLDocumentNode) <=
+                    sizeof(void*) * 2 + sizeof(std::string) * 2 +
+                        sizeof(std::vector<std::unique_ptr<XMLDocumentNode>>),
+                "version, attributes and the document flag are out of line");
+  XMLDocumentNode element("e");
+  element.SetAttributeData("k", "v");
+  XMLDocumentNode document("");
+  document.MarkAsDocument();
+  document.SetAttributeData("version", "1.0");
+  EXPECT_EQ(element.attributes().at("k"), "v");
+  EXPECT_FALSE(element.isDocument());
+  EXPECT_TRUE(document.isDocument());
+  EXPECT_EQ(document.version(), "1.0");
+  EXPECT_TRUE(document.attributes().empty());
 }
 
 TEST(XMLDocumentNodeTest, SetAndAppendData) {
@@ -48,18 +68,18 @@ TEST(XMLDocumentNodeTest, SetAndAppendData) {
 TEST(XMLDocumentNodeTest, VersionAttributeOnAnOrdinaryElementIsAnAttribute) {
   XMLDocumentNode node("A");
   node.SetAttributeData("version", "2.0");
-  EXPECT_EQ(node.attributes.at("version"), "2.0");
-  EXPECT_TRUE(node.version.empty());
+  EXPECT_EQ(node.attributes().at("version"), "2.0");
+  EXPECT_TRUE(node.version().empty());
 }
 
 TEST(XMLDocumentNodeTest, VersionAttributeOnADocumentGoesToTheVersionField) {
   XMLDocumentNode document("");
-  document.isDocument = true;
+  document.MarkAsDocument();
   document.SetAttributeData("version", "1.0");
   document.SetAttributeData("encoding", "UTF-8");
-  EXPECT_EQ(document.version, "1.0");
-  EXPECT_EQ(document.attributes.count("version"), 0u);
-  EXPECT_EQ(document.attributes.at("encoding"), "UTF-8");
+  EXPECT_EQ(document.version(), "1.0");
+  EXPECT_EQ(document.attributes().count("version"), 0u);
+  EXPECT_EQ(document.attributes().at("encoding"), "UTF-8");
 }
 
 TEST(XMLDocumentNodeTest, SettingAnAttributeTwiceKeepsTheSecondValue) {

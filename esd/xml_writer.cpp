@@ -64,8 +64,8 @@ void NewLine(std::ostream& out) {
 
 // The declaration line, or a start tag followed by the element's data.
 void WriteOpening(std::ostream& out, const XMLDocumentNode& node) {
-  if (node.isDocument) {
-    out << "<?xml version=\"" << node.version << "\" ";
+  if (node.isDocument()) {
+    out << "<?xml version=\"" << node.version() << "\" ";
     for (const auto& [name, value] : node.GetAttributes()) {
       out << name << "=\"" << EscapeAttributeValue(value) << "\" ";
     }
@@ -87,7 +87,7 @@ void WriteOpening(std::ostream& out, const XMLDocumentNode& node) {
 }
 
 void WriteClosing(std::ostream& out, const XMLDocumentNode& node) {
-  if (!node.isDocument) {
+  if (!node.isDocument()) {
     out << "</" << node.GetName() << '>';
   }
 }

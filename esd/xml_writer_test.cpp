@@ -8,7 +8,7 @@ namespace {
 
 std::unique_ptr<XMLDocumentNode> Document() {
   auto document = std::make_unique<XMLDocumentNode>("");
-  document->isDocument = true;
+  document->MarkAsDocument();
   document->SetAttributeData("version", "1.0");
   document->SetAttributeData("encoding", "UTF-8");
   return document;

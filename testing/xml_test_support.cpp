@@ -80,10 +80,10 @@ void Compare(const XMLDocumentNode& written, const XMLDocumentNode& read, const 
     return;
   }
   std::string expected_data = written.GetData();
-  if (!written.isDocument && expected_data.empty() && !written.children.empty()) {
+  if (!written.isDocument() && expected_data.empty() && !written.children.empty()) {
     expected_data = "\n";
   }
-  if (written.isDocument) {
+  if (written.isDocument()) {
     expected_data = read.GetData(); // a document's own data is never written
   }
   if (written.GetName() != read.GetName()) {
@@ -92,7 +92,7 @@ void Compare(const XMLDocumentNode& written, const XMLDocumentNode& read, const 
     difference = where + ": attributes differ";
   } else if (expected_data != read.GetData()) {
     difference = where + ": data [" + expected_data + "] read as [" + read.GetData() + "]";
-  } else if (written.version != read.version || written.isDocument != read.isDocument) {
+  } else if (written.version() != read.version() || written.isDocument() != read.isDocument()) {
     difference = where + ": declaration differs";
   } else if (written.children.size() != read.children.size()) {
     difference = where + ": " + std::to_string(written.children.size()) + " children read as " +
@@ -104,7 +104,7 @@ void Compare(const XMLDocumentNode& written, const XMLDocumentNode& read, const 
 
 std::unique_ptr<XMLDocumentNode> NewDocument() {
   auto document = std::make_unique<XMLDocumentNode>("");
-  document->isDocument = true;
+  document->MarkAsDocument();
   document->SetAttributeData("version", "1.0");
   document->SetAttributeData("encoding", "UTF-8");
   return document;
