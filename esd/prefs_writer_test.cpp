@@ -7,6 +7,7 @@
 #include "testing/sandbox.h"
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -106,6 +107,51 @@ TEST_F(PrefsWriterTest, MissingFileIsAnEmptyDocumentWithARootInMemoryOnly) {
   EXPECT_EQ(writer.prefsRoot()->GetName(), "Preferences");
   EXPECT_FALSE(platform::PathExists(path_));
   EXPECT_EQ(writer.lastModified(), 0u);
+}
+
+// How many times the watched file was opened and read from, as the
+// watcher saw it (a look at its date alone opens it without reading).
+int ReadsSeen(int watcher) {
+  int reads = 0;
+  bool read_since_open = false;
+  alignas(struct inotify_event) char events[4096];
+  for (ssize_t got; (got = read(watcher, events, sizeof events)) > 0;) {
+    for (ssize_t at = 0; at < got;) {
+      const auto* event = reinterpret_cast<const struct inotify_event*>(events + at);
+      if (event->mask & IN_OPEN) {
+        read_since_open = false;
+      }
+      if (event->mask & IN_ACCESS) {
+        read_since_open = true;
+      }
+      if ((event->mask & IN_CLOSE_NOWRITE) && read_since_open) {
+        ++reads;
+      }
+      at += static_cast<ssize_t>(sizeof(struct inotify_event) + event->len);
+    }
+  }
+  return reads;
+}
+
+// A file of a million elements takes about a second to parse: when the path
+// was named before the lock, the read that taking the lock makes is the only
+// one, also when the path is then set as the updater's preferences set it.
+TEST_F(PrefsWriterTest, TheFirstReadUnderTheLockReadsTheFileOnce) {
+  WriteFile(path_, std::string(kDeclaration) + "<Preferences><a>1</a></Preferences>\n");
+  const int watcher = inotify_init1(IN_NONBLOCK);
+  ASSERT_GE(watcher, 0);
+  ASSERT_GE(inotify_add_watch(watcher, path_.c_str(), IN_OPEN | IN_ACCESS | IN_CLOSE_NOWRITE), 0);
+  FakeLock lock;
+  PrefsWriter writer("", "Preferences");
+  writer.setLockPolicy(&lock);
+  writer.NamePrefsPath(path_);
+  writer.SetPrefsPath(path_);
+  int value = 0;
+  EXPECT_TRUE(writer.GetPref<int>("a", value, 0));
+  EXPECT_EQ(value, 1);
+  EXPECT_EQ(writer.fileState(), PrefsFileState::kRead);
+  EXPECT_EQ(ReadsSeen(watcher), 1);
+  close(watcher);
 }
 
 TEST_F(PrefsWriterTest, EmptyFileIsAnEmptyDocument) {
