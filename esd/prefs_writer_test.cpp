@@ -48,8 +48,17 @@ class PrefsWriterTest : public ::testing::Test {
 protected:
   std::string FileText() { return ReadFile(path_); }
 
+  // A writer that reads the file under a lock taken by the read itself.
+  PrefsWriter& ReadUnderItsOwnLock() {
+    lockedWriter_.setLockPolicy(&lock_);
+    lockedWriter_.SetPrefsPath(path_);
+    return lockedWriter_;
+  }
+
   Sandbox sandbox_;
   std::string path_ = sandbox_.Path("prefs.dat");
+  FakeLock lock_;
+  PrefsWriter lockedWriter_{"", "Preferences"};
 };
 
 TEST_F(PrefsWriterTest, SettingABoolOnAMissingFileCreatesExactlyThisFile) {
@@ -362,17 +371,14 @@ TEST_F(PrefsWriterTest, EmptyPathLeavesALockTakenForItHeld) {
 TEST_F(PrefsWriterTest, AFileThatDoesNotParseIsKeptAsideUnderALockTakenHere) {
   const std::string broken = "<Preferences><AutoCheck>1</Auto";
   WriteFile(path_, broken);
-  FakeLock lock;
-  PrefsWriter writer("", "Preferences");
-  writer.setLockPolicy(&lock);
-  writer.SetPrefsPath(path_);
+  PrefsWriter& writer = ReadUnderItsOwnLock();
   EXPECT_EQ(writer.fileState(), PrefsFileState::kMovedAside);
   EXPECT_FALSE(platform::PathExists(path_));
   EXPECT_EQ(writer.movedAsideTo(), sandbox_.Path(CorruptCopyName("prefs.dat", time(nullptr))));
   EXPECT_EQ(ReadFile(writer.movedAsideTo()), broken);
   ASSERT_NE(writer.prefsRoot(), nullptr);
   EXPECT_TRUE(writer.prefsRoot()->children.empty());
-  EXPECT_FALSE(lock.IsLocked());
+  EXPECT_FALSE(lock_.IsLocked());
   ASSERT_TRUE(writer.SetPref<bool>("AutoCheck", false));
   EXPECT_EQ(FileText(), std::string(kDeclaration) +
                             "<Preferences>\n<AutoCheck>0</AutoCheck>\n</Preferences>\n");
@@ -468,10 +474,7 @@ TEST_F(PrefsWriterTest, AFilePastTheSizeLimitIsLeftAsItIs) {
                            std::string(ExpatDOMBuilder<XMLDocumentNode>::kMaxFileBytes, ' ') +
                            "</Preferences>\n";
   WriteFile(path_, text);
-  FakeLock lock;
-  PrefsWriter writer("", "Preferences");
-  writer.setLockPolicy(&lock);
-  writer.SetPrefsPath(path_);
+  PrefsWriter& writer = ReadUnderItsOwnLock();
   EXPECT_EQ(writer.fileState(), PrefsFileState::kOverLimit);
   EXPECT_FALSE(writer.SetPref<int>("LogLevel", 5));
   EXPECT_EQ(FileText(), text);
