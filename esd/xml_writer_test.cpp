@@ -1,4 +1,5 @@
 #include "esd/xml_writer.h"
+#include "testing/xml_test_support.h"
 
 #include <gtest/gtest.h>
 #include <sstream>
@@ -6,13 +7,7 @@
 namespace esd {
 namespace {
 
-std::unique_ptr<XMLDocumentNode> Document() {
-  auto document = std::make_unique<XMLDocumentNode>("");
-  document->MarkAsDocument();
-  document->SetAttributeData("version", "1.0");
-  document->SetAttributeData("encoding", "UTF-8");
-  return document;
-}
+using testing::NewDocument;
 
 XMLDocumentNode* Add(XMLDocumentNode* parent, const std::string& name,
                      const std::string& data = "") {
@@ -67,11 +62,11 @@ TEST(EscapeXMLTest, EscapesOnlyTheGivenRange) {
 }
 
 TEST(WriteXMLNodeTest, DocumentWithoutChildrenPrintsTheDeclarationLineOnly) {
-  EXPECT_EQ(Write(Document().get()), "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n");
+  EXPECT_EQ(Write(NewDocument().get()), "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n");
 }
 
 TEST(WriteXMLNodeTest, PreferencesFileHasOneLinePerElement) {
-  auto document = Document();
+  auto document = NewDocument();
   XMLDocumentNode* root = Add(document.get(), "Preferences");
   Add(root, "AutoCheck", "1");
   Add(root, "LogFile", "/tmp/a b.log");
@@ -83,7 +78,7 @@ TEST(WriteXMLNodeTest, PreferencesFileHasOneLinePerElement) {
 }
 
 TEST(WriteXMLNodeTest, MapElementTakesAStartLineOneLinePerEntryAndAnEndLine) {
-  auto document = Document();
+  auto document = NewDocument();
   XMLDocumentNode* root = Add(document.get(), "Preferences");
   XMLDocumentNode* map = Add(root, "Map");
   XMLDocumentNode* a = Add(map, "MapPrefEntry", "0");
@@ -152,14 +147,14 @@ TEST(WriteXMLNodeTest, AttributesSetAsBThenAPrintInNameOrder) {
 }
 
 TEST(WriteXMLNodeTest, DocumentAttributesPrintInNameOrderInTheDeclaration) {
-  auto document = Document();
+  auto document = NewDocument();
   document->SetAttributeData("standalone", "yes");
   EXPECT_EQ(Write(document.get()),
             "<?xml version=\"1.0\" encoding=\"UTF-8\" standalone=\"yes\" ?>\n");
 }
 
 TEST(WriteXMLNodeTest, EveryNewlineFlushesTheStream) {
-  auto document = Document();
+  auto document = NewDocument();
   XMLDocumentNode* root = Add(document.get(), "Preferences");
   Add(root, "A", "1");
   Add(root, "B", "2");
