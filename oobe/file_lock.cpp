@@ -88,7 +88,7 @@ LockOutcome LockFileBounded(FileLockHandle& handle) {
   while (semtimedop(set, &take, 1, stuck ? nullptr : &bound) != 0) {
     if (errno == EAGAIN) {
       MarkStuck(set, true);
-      return LockOutcome::kTimedOut;
+      return stuck ? LockOutcome::kStillHeld : LockOutcome::kTimedOut;
     }
     if (errno != EINTR) {
       return LockOutcome::kFailed;

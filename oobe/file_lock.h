@@ -30,9 +30,10 @@ bool UnlockFile(FileLockHandle& handle);
 constexpr int kLockWaitMilliseconds = 2000;
 
 enum class LockOutcome {
-  kTaken,    // held now; give it back with UnlockFile
-  kTimedOut, // held by another process past the bound
-  kFailed,   // no set to lock
+  kTaken,     // held now; give it back with UnlockFile
+  kTimedOut,  // this call waited the whole bound and another process held it throughout
+  kStillHeld, // not waited for: an earlier wait ran out and the lock was not taken since
+  kFailed,    // no set to lock
 };
 
 // Takes the lock, waiting at most kLockWaitMilliseconds. After a wait on a

@@ -31,9 +31,9 @@ using Helper = oru_testing::ChildProgram;
 
 // Starts log_writer_helper with `arguments`; its standard input is the read
 // end of `gate`, and it keeps no copy of the write end, so that closing
-// that end opens the gate.
-Helper Start(const std::vector<std::string>& arguments, const int (&gate)[2]) {
-  return oru_testing::StartProgram(ORU_LOG_WRITER_HELPER, arguments, gate[0], gate[1]);
+// that end opens the gate. Its standard error goes to `errors` when not -1.
+Helper Start(const std::vector<std::string>& arguments, const int (&gate)[2], int errors = -1) {
+  return oru_testing::StartProgram(ORU_LOG_WRITER_HELPER, arguments, gate[0], gate[1], errors);
 }
 
 int Finish(Helper& helper) {
@@ -79,8 +79,10 @@ Helper StartHolder(const std::string& folder, const int (&gate)[2]) {
 }
 
 // `count` writers of `lines` lines of `pad` x's each on load.log, behind
-// one start gate that this opens.
-std::vector<Helper> StartWriters(const std::string& folder, int count, int lines, int pad) {
+// one start gate that this opens; their standard error goes to `errors`
+// when not -1.
+std::vector<Helper> StartWriters(const std::string& folder, int count, int lines, int pad,
+                                 int errors = -1) {
   int gate[2];
   std::vector<Helper> writers;
   if (pipe(gate) != 0) {
@@ -89,7 +91,7 @@ std::vector<Helper> StartWriters(const std::string& folder, int count, int lines
   for (int id = 0; id < count; ++id) {
     writers.push_back(Start({"write", folder, "load.log", std::to_string(id), std::to_string(lines),
                              std::to_string(NowSeconds()), std::to_string(pad)},
-                            gate));
+                            gate, errors));
   }
   close(gate[0]);
   close(gate[1]);
@@ -354,7 +356,8 @@ TEST_F(HeldLogLockTest, WriterStoppedHoldingTheLockDelaysTheOthersOnlyByTheBound
   // lock for as long as it stays stopped.
   ASSERT_EQ(kill(holder_.pid, SIGSTOP), 0);
 
-  std::vector<Helper> writers = StartWriters(folder_, kWriters, kLines, kPad);
+  const oru_testing::ErrorCapture errors;
+  std::vector<Helper> writers = StartWriters(folder_, kWriters, kLines, kPad, errors.fd());
   for (Helper& writer : writers) {
     EXPECT_EQ(Finish(writer), 0);
   }
@@ -386,6 +389,23 @@ TEST_F(HeldLogLockTest, WriterStoppedHoldingTheLockDelaysTheOthersOnlyByTheBound
   EXPECT_EQ(missing, 0);
   EXPECT_EQ(torn, 0);
   EXPECT_EQ(out_of_order, 0);
+  // Each writer waited out the bound once, at its first record, and wrote
+  // the others without waiting.
+  EXPECT_EQ(errors.LinesContaining("was held by another process"), kWriters) << errors.Text();
+}
+
+TEST_F(HeldLogLockTest, AWaitThatRanOutIsNotWaitedAgainUntilTheLockIsTaken) {
+  FileLockHandle handle;
+  ASSERT_TRUE(CreateFileLock(handle, folder_ + "/load.log"));
+  EXPECT_EQ(LockFileBounded(handle), LockOutcome::kTimedOut);
+  EXPECT_EQ(LockFileBounded(handle), LockOutcome::kStillHeld);
+  EXPECT_EQ(LockFileBounded(handle), LockOutcome::kStillHeld);
+  KillHolder();
+  EXPECT_EQ(LockFileBounded(handle), LockOutcome::kTaken);
+  EXPECT_TRUE(UnlockFile(handle));
+  EXPECT_EQ(LockFileBounded(handle), LockOutcome::kTaken);
+  EXPECT_TRUE(UnlockFile(handle));
+  DetachFileLock(handle);
 }
 
 } // namespace

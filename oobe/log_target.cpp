@@ -13,7 +13,6 @@
 #include <cstring>
 #include <errno.h>
 #include <iterator>
-#include <mutex>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -58,15 +57,17 @@ std::string MarkerFor(const std::string& folder, const std::string& file_name, c
   return platform::JoinPath(folder, name);
 }
 
-// Said once per process: a writer that had to go on without the lock.
-void ReportWritingWithoutLock(const std::string& path) {
-  static std::once_flag reported;
-  std::call_once(reported, [&] {
+// The lock's outcome, said on standard error at each wait that ran out.
+// That is once per stuck holder: the records after it do not wait until
+// the lock has been taken again.
+LockOutcome Reported(const ScopedFileLock& lock, const std::string& path) {
+  if (lock.outcome() == LockOutcome::kTimedOut) {
     std::fprintf(stderr,
                  "oobe: the lock of the log %s was held by another process for more than %d ms; "
                  "writing without it\n",
                  path.c_str(), kLockWaitMilliseconds);
-  });
+  }
+  return lock.outcome();
 }
 
 } // namespace
@@ -185,7 +186,7 @@ bool LogTargetDefault::Open() {
   lastCleanUpTime_ = lastLineTime_ = now.tv_sec;
   {
     const ScopedFileLock lock(fileLock_.get());
-    if (lock.outcome() == LockOutcome::kTaken) {
+    if (Reported(lock, filePath_) == LockOutcome::kTaken) {
       (void)CheckSizeAndCleanUp(); // retried by the next size check if it failed
     }
   }
@@ -219,14 +220,14 @@ bool LogTargetDefault::Write(int32_t level, const char* f1, const char* f2, cons
     return true; // dropped on purpose: a writer never waits for a missing lock
   }
   const ScopedFileLock lock(fileLock_.get());
-  switch (lock.outcome()) {
+  switch (Reported(lock, filePath_)) {
   case LockOutcome::kFailed:
     return true; // as without a lock: dropped, never blocked
   case LockOutcome::kTimedOut:
+  case LockOutcome::kStillHeld:
     // Another process holds the lock past the bound: the record goes out
     // whole all the same, and the size check waits for a record that holds
     // the lock.
-    ReportWritingWithoutLock(filePath_);
     break;
   case LockOutcome::kTaken:
     // The time compared is the previous line's, so the check lags a line.
@@ -328,7 +329,7 @@ void LogTargetDefault::WriteHeader(int32_t level, const char* f1, const char* f2
       return;
     }
     const ScopedFileLock lock(fileLock_.get());
-    if (lock.outcome() == LockOutcome::kFailed) {
+    if (Reported(lock, filePath_) == LockOutcome::kFailed) {
       return;
     }
     WriteText(text);

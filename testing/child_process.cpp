@@ -4,6 +4,8 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sstream>
+#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
@@ -31,7 +33,7 @@ int RunInChild(const std::function<int()>& body) {
 }
 
 ChildProgram StartProgram(const std::string& program, const std::vector<std::string>& arguments,
-                          int input, int close_in_child) {
+                          int input, int close_in_child, int errors) {
   ChildProgram child;
   int output[2];
   if (pipe(output) != 0) {
@@ -47,6 +49,9 @@ ChildProgram StartProgram(const std::string& program, const std::vector<std::str
     }
     dup2(output[1], STDOUT_FILENO);
     close(output[0]);
+    if (errors >= 0) {
+      dup2(errors, STDERR_FILENO);
+    }
     std::vector<char*> argv{const_cast<char*>(program.c_str())};
     for (const std::string& argument : arguments) {
       argv.push_back(const_cast<char*>(argument.c_str()));
@@ -82,6 +87,34 @@ std::string ReadAll(ChildProgram& child) {
     text.append(buffer, got);
   }
   return text;
+}
+
+ErrorCapture::ErrorCapture() : fd_(memfd_create("child errors", MFD_CLOEXEC)) {}
+
+ErrorCapture::~ErrorCapture() {
+  if (fd_ >= 0) {
+    close(fd_);
+  }
+}
+
+std::string ErrorCapture::Text() const {
+  std::string text;
+  char buffer[4096];
+  ssize_t got = 0;
+  while (fd_ >= 0 &&
+         (got = pread(fd_, buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0) {
+    text.append(buffer, static_cast<size_t>(got));
+  }
+  return text;
+}
+
+int ErrorCapture::LinesContaining(const std::string& words) const {
+  std::istringstream lines(Text());
+  int count = 0;
+  for (std::string line; std::getline(lines, line);) {
+    count += line.find(words) != std::string::npos ? 1 : 0;
+  }
+  return count;
 }
 
 namespace {

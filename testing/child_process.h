@@ -22,15 +22,34 @@ struct ChildProgram {
 
 // Starts `program` (argv[0]) with `arguments` and this process's
 // environment. Standard input is `input`, or inherited when -1; `close_in_child`
-// is closed in the child (the write end of a start gate, say), if not -1.
+// is closed in the child (the write end of a start gate, say), if not -1;
+// standard error goes to `errors`, or is inherited when -1.
 ChildProgram StartProgram(const std::string& program, const std::vector<std::string>& arguments,
-                          int input = -1, int close_in_child = -1);
+                          int input = -1, int close_in_child = -1, int errors = -1);
 
 // Closes the output and waits: the exit status, or minus the signal.
 int FinishProgram(ChildProgram& child);
 
 // Everything the child writes until it closes its standard output.
 std::string ReadAll(ChildProgram& child);
+
+// A file in memory to give children as their standard error, and what they
+// wrote to it.
+class ErrorCapture {
+public:
+  ErrorCapture();
+  ~ErrorCapture();
+  ErrorCapture(const ErrorCapture&) = delete;
+  ErrorCapture& operator=(const ErrorCapture&) = delete;
+
+  int fd() const { return fd_; }
+  std::string Text() const;
+  // How many lines written so far contain `words`.
+  int LinesContaining(const std::string& words) const;
+
+private:
+  int fd_;
+};
 
 // Runs `lanes` sequences of short-lived programs side by side: each lane
 // starts its next program as soon as its previous one ends, `per_lane`

@@ -17,8 +17,8 @@
 namespace e2e {
 
 oru_testing::ChildProgram Start(const std::string& program,
-                                const std::vector<std::string>& arguments) {
-  return oru_testing::StartProgram(program, arguments);
+                                const std::vector<std::string>& arguments, int errors) {
+  return oru_testing::StartProgram(program, arguments, -1, -1, errors);
 }
 
 int Wait(oru_testing::ChildProgram& child) {

@@ -11,9 +11,9 @@
 namespace e2e {
 
 // Starts `program` with `arguments` (argv[0] is the program) and this
-// process's environment.
+// process's environment; its standard error goes to `errors` when not -1.
 oru_testing::ChildProgram Start(const std::string& program,
-                                const std::vector<std::string>& arguments = {});
+                                const std::vector<std::string>& arguments = {}, int errors = -1);
 // Its exit status (or -signal).
 int Wait(oru_testing::ChildProgram& child);
 
