@@ -149,14 +149,11 @@ private:
   ChildIndex rootIndex_;
 };
 
+// The typed value of a preference's element (null when it is missing), as
+// every reader takes it: a missing element or empty text gives
+// `default_value`; text that does not convert gives false.
 template <typename T>
-bool PrefsWriter::GetPref(const std::string& name, T& out, const T& default_value) {
-  static_assert(kSupported<T>, "preferences hold bool, int, unsigned long or std::string");
-  ScopedLock lock(*this);
-  if (!lock.held()) {
-    return false;
-  }
-  const XMLDocumentNode* node = GetPrefsNode(name, false);
+bool ValueOfElement(const XMLDocumentNode* node, T& out, const T& default_value) {
   if (!node || node->GetData().empty()) {
     out = default_value;
     return true;
@@ -167,6 +164,16 @@ bool PrefsWriter::GetPref(const std::string& name, T& out, const T& default_valu
   } else {
     return ChangeDiffTypeImpl<std::string, T>::ChangeType(node->GetData(), out);
   }
+}
+
+template <typename T>
+bool PrefsWriter::GetPref(const std::string& name, T& out, const T& default_value) {
+  static_assert(kSupported<T>, "preferences hold bool, int, unsigned long or std::string");
+  ScopedLock lock(*this);
+  if (!lock.held()) {
+    return false;
+  }
+  return ValueOfElement(GetPrefsNode(name, false), out, default_value);
 }
 
 template <typename T> bool PrefsWriter::SetPref(const std::string& name, const T& value) {

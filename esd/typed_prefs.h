@@ -60,6 +60,15 @@ public:
     if (!prefs || !prefs->GetPref(key, element) || !element) {
       return true;
     }
+    return EntriesOf(element, out);
+  }
+
+  // The entries of a map's element, as Get reads them.
+  static bool EntriesOf(const XMLDocumentNode* element, std::map<K, V>& out) {
+    out.clear();
+    if (!element) {
+      return true;
+    }
     for (const auto& entry : element->children) {
       const auto attribute = entry->attributes().find(kKeyAttribute);
       V value{};

@@ -25,6 +25,10 @@ public:
   virtual void Attach(PrefsWriter* writer) = 0;
   // The stored value; false when the stored text does not convert.
   virtual bool ReadText(std::string& text, bool& is_default) = 0;
+  // The same, read from the key's element in a document already in hand
+  // (null when the key is missing): a look that takes no lock.
+  virtual bool ReadTextFrom(const XMLDocumentNode* element, std::string& text,
+                            bool& is_default) const = 0;
   // Stores a value given as text; `converted` is false when the text is no
   // value of the type (and then nothing is stored).
   virtual bool StoreText(const std::string& text, bool& converted) = 0;
@@ -108,6 +112,14 @@ public:
     is_default = read && pref_.IsDefault(value);
     return read;
   }
+  bool ReadTextFrom(const XMLDocumentNode* element, std::string& text,
+                    bool& is_default) const override {
+    T value{};
+    const bool read = ValueOfElement(element, value, pref_.defaultValue);
+    text = slot_text::From(value);
+    is_default = read && value == pref_.defaultValue;
+    return read;
+  }
   bool StoreText(const std::string& text, bool& converted) override {
     T value{};
     converted = slot_text::To(text, value);
@@ -133,6 +145,14 @@ public:
     const bool read = pref_.Get(map);
     text = slot_text::FromMap(map);
     is_default = false; // a map has no default but the empty map
+    return read;
+  }
+  bool ReadTextFrom(const XMLDocumentNode* element, std::string& text,
+                    bool& is_default) const override {
+    std::map<std::string, V> map;
+    const bool read = MapPref<std::string, V>::EntriesOf(element, map);
+    text = slot_text::FromMap(map);
+    is_default = false;
     return read;
   }
   bool StoreText(const std::string& text, bool& converted) override {

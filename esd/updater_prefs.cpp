@@ -44,13 +44,20 @@ std::string PrefsFolderOrEmpty() {
   return GetUpdaterPrefsFolder(folder) ? folder : std::string();
 }
 
-std::string UserCacheDefault() {
+// Made on the way when `make`; only named otherwise.
+std::string UserCacheDefault(bool make) {
   std::string base;
-  if (!platform::FindSystemFolder(SystemFolderKind::kUserSupport, base, true) &&
-      !platform::FindSystemFolder(SystemFolderKind::kLocalTemporary, base, true)) {
-    return std::string();
-  }
-  return platform::JoinPath(base, "Nuvex");
+  const bool found =
+      make ? platform::FindSystemFolder(SystemFolderKind::kUserSupport, base, true) ||
+                 platform::FindSystemFolder(SystemFolderKind::kLocalTemporary, base, true)
+           : platform::SystemFolderPathOf(SystemFolderKind::kUserSupport, base) ||
+                 platform::SystemFolderPathOf(SystemFolderKind::kLocalTemporary, base);
+  return found ? platform::JoinPath(base, "Nuvex") : std::string();
+}
+
+std::string UpdaterFolderBelow(const std::string& base) {
+  return platform::JoinPath(platform::JoinPath(platform::JoinPath(base, "Nuvex"), "OruUpdater"),
+                            "1.0");
 }
 
 // The first whitespace-delimited word of a small file; empty when the file
@@ -110,12 +117,31 @@ bool GetUpdaterFolder(SystemFolderKind system_folder_kind, std::string& out) {
   if (!MakeInheritingFolder(nuvex, base_bits) || !platform::GetPermissionBits(nuvex, nuvex_bits)) {
     return false;
   }
-  const std::string folder = platform::JoinPath(platform::JoinPath(nuvex, "OruUpdater"), "1.0");
+  const std::string folder = UpdaterFolderBelow(base);
   if (!MakeInheritingFolder(folder, nuvex_bits)) {
     return false;
   }
   out = folder;
   return true;
+}
+
+bool LookUpUpdaterFolder(SystemFolderKind system_folder_kind, std::string& out) {
+  std::string base;
+  if (!platform::SystemFolderPathOf(system_folder_kind, base)) {
+    return false;
+  }
+  out = UpdaterFolderBelow(base);
+  return true;
+}
+
+bool LookUpUpdaterPrefsFolder(std::string& out) {
+  const std::string override_folder = GetUpdaterPrefsFolderOverride();
+  if (!override_folder.empty()) {
+    out = override_folder;
+    return true;
+  }
+  return LookUpUpdaterFolder(SystemFolderKind::kUserSupport, out) ||
+         LookUpUpdaterFolder(SystemFolderKind::kLocalTemporary, out);
 }
 
 bool GetUpdaterPrefsFolder(std::string& out) {
@@ -153,9 +179,13 @@ void SetUpdaterPrefsLogHook(UpdaterPrefsLogHook hook) {
 }
 
 NuvexUpdaterPrefs::NuvexUpdaterPrefs(bool enterprise)
-    : NuvexUpdaterPrefs(enterprise, PrefsFolderOrEmpty()) {}
+    : NuvexUpdaterPrefs(enterprise, PrefsFolderOrEmpty(), true) {}
 
-NuvexUpdaterPrefs::NuvexUpdaterPrefs(bool enterprise, const std::string& folder)
+std::unique_ptr<NuvexUpdaterPrefs> NuvexUpdaterPrefs::Unopened(const std::string& folder) {
+  return std::unique_ptr<NuvexUpdaterPrefs>(new NuvexUpdaterPrefs(false, folder, false));
+}
+
+NuvexUpdaterPrefs::NuvexUpdaterPrefs(bool enterprise, const std::string& folder, bool open)
     : esd::PrefsWriter(std::string(), "Preferences")
 #define ORU_INIT_UPDATER_PREF(kind, key, default_value)                                            \
   , key(MakePref<updater_pref_kinds::kind>(#key, default_value))
@@ -166,7 +196,7 @@ NuvexUpdaterPrefs::NuvexUpdaterPrefs(bool enterprise, const std::string& folder)
   for (const auto& slot : slots_) {
     slot->Attach(this);
   }
-  if (!OpenFile(enterprise)) {
+  if (!open || !OpenFile(enterprise)) {
     return; // no preferences folder: defaults in memory, no file, no lock
   }
   CheckUninstallStamp(enterprise);

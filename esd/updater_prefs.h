@@ -21,6 +21,12 @@ bool GetUpdaterFolder(platform::SystemFolderKind system_folder_kind, std::string
 // The preferences folder: the process-wide override when set, else the
 // updater folder under kind 7, else under kind 2.
 bool GetUpdaterPrefsFolder(std::string& out);
+
+// Where GetUpdaterFolder and GetUpdaterPrefsFolder find or make their
+// folders, with nothing made: for tools that only look. A user folder that
+// is not there yet is named where it would be made.
+bool LookUpUpdaterFolder(platform::SystemFolderKind system_folder_kind, std::string& out);
+bool LookUpUpdaterPrefsFolder(std::string& out);
 void SetUpdaterPrefsFolderOverride(const std::string& folder);
 std::string GetUpdaterPrefsFolderOverride();
 
@@ -45,14 +51,15 @@ using StringMap = esd::MapPref<std::string, std::string>;
 // Every preference of the set, in table order: X(kind, key, default). The
 // member carries the key's name; the defaults are expressions evaluated at
 // construction, where `folder` is the preferences folder (empty when there
-// is none). Members, defaults, reading, saving, the tools' key list and
-// their documentation all come from here: adding a preference is one line.
+// is none) and `open` says whether the file is opened (and folders made). Members, defaults,
+// reading, saving, the tools' key list and their documentation all come from here: adding a
+// preference is one line.
 #define ORU_UPDATER_PREF_TABLE(X)                                                                  \
   X(Bool, AutoCheck, true)                                                                         \
   X(Int, Automatic, 0)                                                                             \
   X(Int, AutoCheckType, 0)                                                                         \
   X(String, DownloadDir, Joined(folder, "Install"))                                                \
-  X(String, UserCache, UserCacheDefault())                                                         \
+  X(String, UserCache, UserCacheDefault(open))                                                     \
   X(String, UserCacheTillOruUPdater, folder.empty() ? std::string() : platform::DirName(folder))   \
   X(String, DisplayLang, "")                                                                       \
   X(Bool, IsFirstRun, true)                                                                        \
@@ -100,6 +107,11 @@ public:
   explicit NuvexUpdaterPrefs(bool enterprise);
   ~NuvexUpdaterPrefs() override;
 
+  // The set with its defaults for the preferences folder `folder` and no
+  // file: nothing is read, made or locked, and every save is refused. Its
+  // slots document the key table and read a snapshot (ReadTextFrom).
+  static std::unique_ptr<NuvexUpdaterPrefs> Unopened(const std::string& folder);
+
 #define ORU_DECLARE_UPDATER_PREF(kind, key, default_value) updater_pref_kinds::kind key;
   ORU_UPDATER_PREF_TABLE(ORU_DECLARE_UPDATER_PREF)
 #undef ORU_DECLARE_UPDATER_PREF
@@ -111,8 +123,8 @@ public:
 
 private:
   // `folder`: the preferences folder the path defaults are built on, empty
-  // when there is none.
-  NuvexUpdaterPrefs(bool enterprise, const std::string& folder);
+  // when there is none. Without `open`, see Unopened.
+  NuvexUpdaterPrefs(bool enterprise, const std::string& folder, bool open);
 
   void MakeSlots();
   // Reads the file at the folder's preferences path and guards it with a

@@ -67,12 +67,76 @@ void FreeUserLocalPathArgument() {
   gZeltoArguments[4] = nullptr;
 }
 
+HandOverPlan PlanHandOver(const HandOverFacts& facts) {
+  HandOverPlan plan;
+  if (facts.anotherLauncherRuns) {
+    plan.outcome = HandOverOutcome::kAlreadyRunning;
+    return plan;
+  }
+  if (!facts.installerRunning) {
+    plan.outcome = HandOverOutcome::kInstallerGone;
+    return plan;
+  }
+  if (!facts.zelto) {
+    plan.outcome = HandOverOutcome::kNoZelto;
+    return plan;
+  }
+  plan.outcome = HandOverOutcome::kStartZelto;
+  plan.argv = {*facts.zelto, kAppletId, kAppletVersion, kWorkflow, kMode};
+  if (facts.userLocalPath) {
+    plan.handedFolder = platform::DirName(*facts.userLocalPath);
+    plan.argv.push_back(kUserLocalPathOption + *plan.handedFolder);
+  }
+  return plan;
+}
+
+namespace {
+
+// The facts after the wait, each looked up only when the ones before have
+// not decided yet.
+HandOverFacts FactsAfterTheWait() {
+  HandOverFacts facts;
+  facts.installerRunning = InstallerRunning();
+  if (!facts.installerRunning) {
+    return facts;
+  }
+  std::string zelto;
+  if (!FindZeltoExecutable(zelto)) {
+    return facts;
+  }
+  facts.zelto = zelto;
+  std::string user_local;
+  if (GetUserLocalPath(user_local)) {
+    facts.userLocalPath = user_local;
+  }
+  return facts;
+}
+
+void StartZelto(const HandOverPlan& plan) {
+  if (plan.handedFolder) {
+    SetUserLocalPathArgument(plan.handedFolder->c_str());
+  }
+  platform::Credentials zelto_user;
+  const bool as_user = ZeltoUserFor(plan.handedFolder.value_or(""), zelto_user);
+  UpdaterLogValue(kLauncherLines, "Oru Launcher : Zelto executable path is ", plan.argv[0]);
+  UpdaterLogClose();
+
+  const bool launched = LaunchZelto(plan.argv[0], gZeltoArguments, as_user ? &zelto_user : nullptr);
+  FreeUserLocalPathArgument();
+  if (!launched) {
+    HandBack();
+  }
+}
+
+} // namespace
+
 int RunHandOver() {
   UpdaterLogStart();
   std::unique_ptr<UpdaterLock> single_instance;
   try {
     single_instance = std::make_unique<UpdaterLock>(kOruLauncherKey);
   } catch (const updater_init_failed& failure) {
+    // Another launcher runs: the plan's kAlreadyRunning.
     UpdaterLogValue(kLauncherLines, "Oru Launcher : ", failure.what());
     Log("Oru Launcher : WARNING - Failed to acquire NuvexUpdaterUtils::kOruLauncherKey lock.");
     HandBack();
@@ -84,36 +148,23 @@ int RunHandOver() {
   // since then nobody will post.
   NuvexUpdaterSyncWaitLockAcquire(kSyncOruLauncherWaitKey, &InstallerRunning);
 
-  if (!InstallerRunning()) {
+  const HandOverPlan plan = PlanHandOver(FactsAfterTheWait());
+  switch (plan.outcome) {
+  case HandOverOutcome::kAlreadyRunning:
+    break; // decided before the wait
+  case HandOverOutcome::kInstallerGone:
     Log("Oru Launcher : WARNING - Update Installer is not running . Hence quitting.");
     UpdaterLogClose();
-    return 0;
-  }
-
-  std::string zelto;
-  if (!FindZeltoExecutable(zelto)) {
+    break;
+  case HandOverOutcome::kNoZelto:
     UpdaterLogStart();
     Log("Oru Launcher : WARNING - Unable to get the Zelto executable path.");
     UpdaterLogClose();
     HandBack();
-    return 0;
-  }
-
-  std::string user_local;
-  std::string handed_folder;
-  if (GetUserLocalPath(user_local)) {
-    handed_folder = platform::DirName(user_local);
-    SetUserLocalPathArgument(handed_folder.c_str());
-  }
-  platform::Credentials zelto_user;
-  const bool as_user = ZeltoUserFor(handed_folder, zelto_user);
-  UpdaterLogValue(kLauncherLines, "Oru Launcher : Zelto executable path is ", zelto);
-  UpdaterLogClose();
-
-  const bool launched = LaunchZelto(zelto, gZeltoArguments, as_user ? &zelto_user : nullptr);
-  FreeUserLocalPathArgument();
-  if (!launched) {
-    HandBack();
+    break;
+  case HandOverOutcome::kStartZelto:
+    StartZelto(plan);
+    break;
   }
   return 0;
 }

@@ -23,3 +23,12 @@ bool GetUserLocalPath(std::string& out) {
   return GetUpdaterFolder(platform::SystemFolderKind::kUserSupport, out) ||
          GetUpdaterFolder(platform::SystemFolderKind::kLocalTemporary, out);
 }
+
+bool LookUpUserLocalPath(std::string& out) {
+  if (!Cache().empty()) {
+    out = Cache();
+    return true;
+  }
+  return LookUpUpdaterFolder(platform::SystemFolderKind::kUserSupport, out) ||
+         LookUpUpdaterFolder(platform::SystemFolderKind::kLocalTemporary, out);
+}

@@ -11,4 +11,8 @@ void SetUserLocalPathCache(const std::string& path);
 // application support folder (folder kind 7), else under kind 2.
 bool GetUserLocalPath(std::string& out);
 
+// Where GetUserLocalPath finds or makes the folder, with nothing made: for
+// tools that only look.
+bool LookUpUserLocalPath(std::string& out);
+
 #endif // ORU_LAUNCHER_USER_LOCAL_PATH_H

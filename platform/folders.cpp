@@ -168,6 +168,19 @@ bool FindSystemFolder(SystemFolderKind kind, std::string& out, bool create) {
   return FindFolder(spec.domain, spec.type, create, out);
 }
 
+bool SystemFolderPathOf(SystemFolderKind kind, std::string& out) {
+  if (kind == SystemFolderKind::kRoot) {
+    out = "/";
+    return true;
+  }
+  const int number = static_cast<int>(kind);
+  if (number < 0 || number >= static_cast<int>(kSystemFolderKinds.size())) {
+    return false;
+  }
+  const FolderSpec& spec = kSystemFolderKinds[static_cast<size_t>(number)];
+  return FolderPathOf(spec.domain, spec.type, out);
+}
+
 void GetUserNuvexSupportFolder(std::string& out) {
   AppendToBase(SuffixBase::kConsoleSupport, "/Nuvex", out);
 }

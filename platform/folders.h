@@ -52,6 +52,11 @@ bool FindFolder(FolderDomain domain, FolderType type, bool create, std::string& 
 // `FindFolder` with `create` set.
 bool FindFolderPath(FolderDomain domain, FolderType type, std::string& out);
 
+// Where `FindFolder` with `create` set would find or make the folder,
+// whether it is there or not; nothing is made or changed. For tools that
+// only look.
+bool FolderPathOf(FolderDomain domain, FolderType type, std::string& out);
+
 // The older numbering of well-known folders. The numbers are what other
 // programs of the product pass around, so they are fixed; several name the
 // same folder.
@@ -75,6 +80,9 @@ enum class SystemFolderKind : int {
 
 // Kind 14 is "/" and needs no lookup; any other number fails.
 bool FindSystemFolder(SystemFolderKind kind, std::string& out, bool create);
+// The path `FindSystemFolder` with `create` would find or make; see
+// `FolderPathOf`.
+bool SystemFolderPathOf(SystemFolderKind kind, std::string& out);
 
 // The product numbering of its own folders; numbers not named here mean
 // nothing and fail.

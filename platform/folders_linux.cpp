@@ -69,6 +69,16 @@ bool FindFolder(FolderDomain domain, FolderType type, bool create, std::string& 
   return FindFolderIn(XdgEnvironment::FromProcess(), domain, type, create, out);
 }
 
+bool FolderPathOf(FolderDomain domain, FolderType type, std::string& out) {
+  std::string path;
+  if (!XdgFolderPath(domain, type, XdgEnvironment::FromProcess(), path) ||
+      path.size() >= kMaxFolderPathBytes) {
+    return false;
+  }
+  out = path;
+  return true;
+}
+
 std::string HomeDirectory() {
   return XdgEnvironment::FromProcess().home;
 }

@@ -122,6 +122,23 @@ TEST_F(FoldersTest, WithoutCreateAMissingFolderIsNotFound) {
   EXPECT_FALSE(IsDirectory(sandbox_.data_home()));
 }
 
+TEST_F(FoldersTest, ThePathOfAMissingFolderIsWhereItWouldBeMadeAndNothingIsMade) {
+  std::string looked_up;
+  ASSERT_TRUE(SystemFolderPathOf(SystemFolderKind::kUserSupport, looked_up));
+  EXPECT_FALSE(IsDirectory(sandbox_.data_home()));
+  std::string made;
+  ASSERT_TRUE(FindSystemFolder(SystemFolderKind::kUserSupport, made, true));
+  EXPECT_EQ(looked_up, made);
+}
+
+TEST_F(FoldersTest, ThePathOfKind14IsTheRootAndUnknownKindsFail) {
+  std::string out = "untouched";
+  EXPECT_FALSE(SystemFolderPathOf(static_cast<SystemFolderKind>(15), out));
+  EXPECT_EQ(out, "untouched");
+  ASSERT_TRUE(SystemFolderPathOf(SystemFolderKind::kRoot, out));
+  EXPECT_EQ(out, "/");
+}
+
 TEST_F(FoldersTest, CreateMakesMissingUserFoldersPrivate) {
   std::string out;
   ASSERT_TRUE(FindSystemFolder(static_cast<SystemFolderKind>(7), out, true));
