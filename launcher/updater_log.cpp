@@ -82,16 +82,20 @@ void WriteEarlyStoreLines() {
 
 } // namespace
 
+const char kUpdaterLogBeginBanner[] = ">>> Nuvex Updater Log Begin >>>";
+const char kUpdaterLogEndBanner[] = "<<< Nuvex Updater Log End <<<";
+
 int32_t UpdaterLogLibraryLevel(int level) {
   return level >= 1 && level <= 10 ? kLibraryLevels[level - 1] : 30;
 }
 
 std::string UpdaterDefaultLogFile() {
   std::string folder;
-  if (!GetUserLocalPath(folder)) {
-    return std::string();
-  }
-  return platform::JoinPath(folder, "oruu.log");
+  return GetUserLocalPath(folder) ? UpdaterDefaultLogFileIn(folder) : std::string();
+}
+
+std::string UpdaterDefaultLogFileIn(const std::string& folder) {
+  return folder.empty() ? std::string() : platform::JoinPath(folder, "oruu.log");
 }
 
 bool UpdaterLogStart() {
@@ -167,7 +171,7 @@ bool UpdaterLogOpen(const std::string& path, int level, const std::string& field
   state.fields[1] = field2;
   state.fields[2] = field3;
   state.fields[3].clear();
-  UpdaterLogWrite(1, ">>> Nuvex Updater Log Begin >>>");
+  UpdaterLogWrite(1, kUpdaterLogBeginBanner);
   return placed;
 }
 
@@ -176,7 +180,7 @@ void UpdaterLogClose() {
   if (!state.target) {
     return;
   }
-  UpdaterLogWrite(1, "<<< Nuvex Updater Log End <<<\n\n");
+  UpdaterLogWrite(1, std::string(kUpdaterLogEndBanner) + "\n\n");
   oobe::LogManager::Instance().RemoveTarget(kTargetName, state.target);
   delete state.target;
   state.target = nullptr;

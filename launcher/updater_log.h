@@ -10,6 +10,11 @@
 #include <cstdint>
 #include <string>
 
+// The banners that open and close each run's records in the log. The end
+// banner's record carries two line breaks after it.
+extern const char kUpdaterLogBeginBanner[]; // ">>> Nuvex Updater Log Begin >>>"
+extern const char kUpdaterLogEndBanner[];   // "<<< Nuvex Updater Log End <<<"
+
 // The library level of a facade level: 1-10 from the table, 30 otherwise.
 int32_t UpdaterLogLibraryLevel(int level);
 
@@ -39,5 +44,7 @@ void UpdaterLogText(int level, const std::string& message, const char* value);
 
 // The default log file: the user-local updater folder + "oruu.log", or empty.
 std::string UpdaterDefaultLogFile();
+// The same in a given user-local updater folder (empty: none).
+std::string UpdaterDefaultLogFileIn(const std::string& folder);
 
 #endif // ORU_LAUNCHER_UPDATER_LOG_H

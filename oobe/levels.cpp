@@ -23,4 +23,14 @@ const char* LevelName(int32_t level) {
   }
 }
 
+int32_t LevelOfName(std::string_view name) {
+  for (const int32_t level :
+       {kLevelTrace, kLevelDebug, kLevelInfo, kLevelWarn, kLevelError, kLevelFatal, kLevelNone}) {
+    if (name == LevelName(level)) {
+      return level;
+    }
+  }
+  return name == "ALL" ? 0 : -1;
+}
+
 } // namespace oobe

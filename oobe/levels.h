@@ -3,6 +3,7 @@
 #define ORU_OOBE_LEVELS_H
 
 #include <cstdint>
+#include <string_view>
 
 namespace oobe {
 
@@ -16,6 +17,10 @@ constexpr int32_t kLevelNone = 70;
 
 // "TRACE" ... "NONE" for the values above, "ALL" for any other value.
 const char* LevelName(int32_t level);
+
+// The level a name stands for: the values above, 0 for "ALL", -1 for a
+// name LevelName never gives.
+int32_t LevelOfName(std::string_view name);
 
 } // namespace oobe
 

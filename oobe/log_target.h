@@ -10,6 +10,7 @@
 #include "oobe/file_lock.h"
 #include "oobe/header_block.h"
 #include "oobe/levels.h"
+#include "oobe/log_line.h"
 #include "platform/safe_fs.h"
 #include "platform/scoped_fd.h"
 
@@ -64,7 +65,7 @@ public:
 
 protected:
   std::string name_;
-  const std::string separator_ = " | ";
+  const std::string separator_ = kLineSeparator;
   std::string fileName_ = "OOBE.log";
   std::string filePath_;
   int32_t level_ = kLevelInfo;
