@@ -3,6 +3,7 @@
 // installer. Every wait has a time-out.
 #include "launcher/handover.h"
 #include "locks/updater_lock.h"
+#include "tools/common/json_output.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -139,12 +140,13 @@ bool HandBackPosted() {
 
 void Print(const Report& report, bool json) {
   if (json) {
-    std::printf("{\"outcome\":\"%s\",\"detail\":\"%s\",\"launcher_exit\":%d,"
-                "\"second_launcher_exit\":%d,\"launcher_blocked_ms\":%.3f,"
-                "\"post_to_exit_ms\":%.3f,\"post_ns\":%lld}\n",
-                report.outcome.c_str(), report.detail.c_str(), report.launcher_exit,
-                report.second_launcher_exit, report.launcher_blocked_ms, report.post_to_exit_ms,
-                report.post_ns);
+    oru_tools::PrintJson({{"outcome", report.outcome},
+                          {"detail", report.detail},
+                          {"launcher_exit", report.launcher_exit},
+                          {"second_launcher_exit", report.second_launcher_exit},
+                          {"launcher_blocked_ms", report.launcher_blocked_ms},
+                          {"post_to_exit_ms", report.post_to_exit_ms},
+                          {"post_ns", report.post_ns}});
     return;
   }
   std::printf("%s: %s (launcher exit %d; it waited after %.3f ms; finished %.3f ms after the "

@@ -16,6 +16,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <semaphore.h>
 #include <signal.h>
 #include <string>
@@ -352,6 +353,33 @@ TEST_F(OructlTest, PrefsListShowsEveryKeyTypedAndResetRestoresTheDefault) {
   EXPECT_EQ(Oructl({"prefs", "get", "AutoCheck"}).output, "1\n");
 }
 
+TEST_F(OructlTest, JsonCarriesNumbersBooleansAndMapsTyped) {
+  ASSERT_EQ(Oructl({"prefs", "set", "ChannelsEnabled", "stable=1,beta=0"}).exit_code, 0);
+  ASSERT_EQ(Oructl({"prefs", "set", "LogLevel", "4"}).exit_code, 0);
+  const auto get = nlohmann::json::parse(Oructl({"prefs", "get", "LogLevel", "--json"}).output);
+  EXPECT_EQ(get, nlohmann::json::parse(R"({"key":"LogLevel","value":4})"));
+  const auto list = nlohmann::json::parse(Oructl({"prefs", "list", "--json"}).output);
+  ASSERT_TRUE(list.is_array());
+  for (const auto& entry : list) {
+    if (entry["key"] == "AutoCheck") {
+      EXPECT_EQ(entry["value"], true);
+      EXPECT_EQ(entry["default"], true);
+    } else if (entry["key"] == "ChannelsEnabled") {
+      EXPECT_EQ(entry["value"], nlohmann::json::parse(R"({"beta":false,"stable":true})"));
+    } else if (entry["key"] == "WebFeedSize") {
+      EXPECT_TRUE(entry["value"].is_number_unsigned());
+    }
+  }
+  UpdaterLock launcher(kOruLauncherKey);
+  const auto status = nlohmann::json::parse(Oructl({"status", "--json"}).output);
+  EXPECT_TRUE(status["locks"][0]["key"].is_number_integer());
+  EXPECT_EQ(status["locks"][0]["exists"], true);
+  EXPECT_TRUE(status["log_lock"]["users"].is_number_integer());
+  const auto explain = nlohmann::json::parse(Oructl({"explain", "--json"}).output);
+  EXPECT_EQ(explain["log_level"], 4);
+  EXPECT_EQ(explain["launcher_running"], true);
+}
+
 TEST_F(OructlTest, BadPrefsInputIsAOneLineErrorWithExitTwoAndChangesNothing) {
   ASSERT_EQ(Oructl({"prefs", "set", "LogLevel", "3"}).exit_code, 0);
   const std::string before = oru_testing::ReadFile(PrefsPath());
@@ -470,9 +498,35 @@ TEST_F(OructlTest, LogReadsRotatedCopiesBeforeTheLiveFile) {
                 LogLine("11/22/26 10:00:00:000", "1", "INFO", "newer"));
 }
 
-TEST_F(OructlTest, UnreadableLogOrALineThatDoesNotParseIsAnError) {
+TEST_F(OructlTest, LogJsonIsValidUtf8WhateverBytesTheLogHolds) {
+  const std::string log = sandbox_->Path("oruu.log");
+  oru_testing::WriteFile(log,
+                         LogLine("11/22/26 10:00:00:000", "7", "INFO", "caf\xE9 \x01 \xFF\xFE"));
+  const Result json = Oructl({"log", "--json", "--file", log});
+  ASSERT_EQ(json.exit_code, 0);
+  const auto records = nlohmann::json::parse(json.output); // throws on invalid UTF-8
+  ASSERT_EQ(records.size(), 1u);
+  // Each byte that is not UTF-8 becomes U+FFFD; the control byte is kept, escaped.
+  EXPECT_EQ(records[0]["message"], "caf\xEF\xBF\xBD \x01 \xEF\xBF\xBD\xEF\xBF\xBD");
+  EXPECT_EQ(records[0]["line"], 1);
+  EXPECT_NE(json.output.find("\\u0001"), std::string::npos) << json.output;
+}
+
+TEST_F(OructlTest, NoLogYetIsNoEntries) {
   const Result missing = Oructl({"log", "--file", sandbox_->Path("missing.log")});
-  EXPECT_EQ(missing.exit_code, 2);
+  EXPECT_EQ(missing.exit_code, 0);
+  EXPECT_EQ(missing.output, "no entries\n");
+  const Result sessions = Oructl({"log", "sessions", "--file", sandbox_->Path("missing.log")});
+  EXPECT_EQ(sessions.exit_code, 0);
+  EXPECT_EQ(sessions.output, "no entries\n");
+  const Result json = Oructl({"log", "--json", "--file", sandbox_->Path("missing.log")});
+  EXPECT_EQ(json.exit_code, 0);
+  EXPECT_EQ(json.output, "[]\n");
+}
+
+TEST_F(OructlTest, UnreadableLogOrALineThatDoesNotParseIsAnError) {
+  ASSERT_EQ(mkdir(sandbox_->Path("folder.log").c_str(), 0755), 0);
+  EXPECT_EQ(Oructl({"log", "--file", sandbox_->Path("folder.log")}).exit_code, 2);
   const std::string log = sandbox_->Path("oruu.log");
   oru_testing::WriteFile(log, LogLine("11/22/26 10:00:00:000", "1", "INFO", "fine") +
                                   "this | is | not | a | log | line\n");

@@ -49,36 +49,4 @@ bool BeginCommand(Arguments& arguments, const char* usage, bool more_allowed, bo
   return true;
 }
 
-std::string JsonString(const std::string& text) {
-  std::string out = "\"";
-  for (const unsigned char c : text) {
-    switch (c) {
-    case '"':
-      out += "\\\"";
-      break;
-    case '\\':
-      out += "\\\\";
-      break;
-    case '\n':
-      out += "\\n";
-      break;
-    case '\t':
-      out += "\\t";
-      break;
-    case '\r':
-      out += "\\r";
-      break;
-    default:
-      if (c < 0x20) {
-        char escaped[8];
-        std::snprintf(escaped, sizeof escaped, "\\u%04x", c);
-        out += escaped;
-      } else {
-        out += static_cast<char>(c);
-      }
-    }
-  }
-  return out + "\"";
-}
-
 } // namespace oructl

@@ -5,6 +5,7 @@
 #include "launcher/zelto.h"
 #include "locks/updater_lock.h"
 #include "platform/paths.h"
+#include "tools/common/json_output.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
@@ -42,6 +43,16 @@ bool Writable(const std::string& path) {
   return access(path.c_str(), W_OK) == 0;
 }
 
+// A folder the updater can write to, or make: its nearest level that is
+// there is a writable folder.
+bool WritableOrCanBeMade(const std::string& folder) {
+  std::string level = folder;
+  while (!platform::PathExists(level) && level != platform::DirName(level)) {
+    level = platform::DirName(level);
+  }
+  return platform::IsDirectory(level) && Writable(level);
+}
+
 Check SemaphoreRoom() {
   std::ifstream limits("/proc/sys/kernel/sem");
   long semmsl = 0, semmns = 0, semopm = 0, semmni = 0;
@@ -57,11 +68,11 @@ Check SemaphoreRoom() {
 
 Check PrefsFile(const std::string& path) {
   if (path.empty()) {
-    return {"preferences", false, "no preferences folder can be found or made",
+    return {"preferences", false, "no preferences folder can be found",
             "make the user's application support folder writable"};
   }
   const std::string folder = platform::DirName(path);
-  if (!Writable(folder)) {
+  if (!WritableOrCanBeMade(folder)) {
     return {"preferences", false, folder + " is not writable",
             "give the user write access to " + folder};
   }
@@ -83,8 +94,12 @@ Check LogFile(const std::string& path) {
   if (path.empty()) {
     return {"log file", false, "no log file can be placed", "set the preference LogFile"};
   }
+  // The launcher makes the user's updater folder, never another folder a
+  // preference names.
   const std::string folder = platform::DirName(path);
-  if (!platform::IsDirectory(folder) || !Writable(folder)) {
+  const bool made_by_the_launcher = folder == platform::DirName(UpdaterDefaultLogPath());
+  if (made_by_the_launcher ? !WritableOrCanBeMade(folder)
+                           : !platform::IsDirectory(folder) || !Writable(folder)) {
     return {"log file", false, folder + " is missing or not writable",
             "create it or give write access"};
   }
@@ -137,19 +152,20 @@ int DoctorCommand(const Arguments& given) {
   const std::vector<Check> checks = {SemaphoreRoom(), PrefsFile(prefs_path),
                                      LogFile(UpdaterLogPath()), Zelto(), StaleLocks(prefs_path)};
   bool healthy = true;
-  std::string out = json ? "[" : "";
+  oru_tools::Json listed = oru_tools::Json::array();
+  std::string out;
   for (const Check& check : checks) {
     healthy = healthy && check.ok;
-    if (json) {
-      out += (out.size() > 1 ? "," : "") + std::string("{\"check\":") + JsonString(check.name) +
-             ",\"ok\":" + (check.ok ? "true" : "false") +
-             ",\"detail\":" + JsonString(check.detail) + ",\"fix\":" + JsonString(check.fix) + "}";
-    } else {
-      out += (check.ok ? "ok    " : "FAIL  ") + check.name + ": " + check.detail +
-             (check.ok ? "" : "\n      fix: " + check.fix) + "\n";
-    }
+    listed.push_back(
+        {{"check", check.name}, {"ok", check.ok}, {"detail", check.detail}, {"fix", check.fix}});
+    out += (check.ok ? "ok    " : "FAIL  ") + check.name + ": " + check.detail +
+           (check.ok ? "" : "\n      fix: " + check.fix) + "\n";
   }
-  std::fputs((json ? out + "]\n" : out).c_str(), stdout);
+  if (json) {
+    oru_tools::PrintJson(listed);
+  } else {
+    std::fputs(out.c_str(), stdout);
+  }
   return healthy ? kOk : kNegative;
 }
 

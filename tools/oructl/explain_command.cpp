@@ -9,7 +9,7 @@
 #include "launcher/zelto.h"
 #include "locks/updater_lock.h"
 #include "oobe/levels.h"
-#include "platform/paths.h"
+#include "tools/common/json_output.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
@@ -28,10 +28,27 @@ const char kUsage[] = "Usage: oructl explain [--json]\n"
                       "doing it: whether the installer runs and whether another launcher does,\n"
                       "the user-local folder it resolves, the Zelto executable and whether it is\n"
                       "there and executable, the exact argument vector Zelto would get, and the\n"
-                      "log file and level. Like the launcher, it makes the user's updater folder\n"
-                      "if it is missing; it writes nothing else.\n"
+                      "log file and level. Looks only; makes, changes and takes nothing.\n"
                       "\n"
                       "Exit status: 0 the launcher would start Zelto; 1 it would not; 2 error.\n";
+
+// What the plan means, in words.
+std::string Sentence(HandOverOutcome outcome, bool zelto_runnable) {
+  switch (outcome) {
+  case HandOverOutcome::kAlreadyRunning:
+    return "another launcher runs: this one would log \"Already running!\" and hand back";
+  case HandOverOutcome::kInstallerGone:
+    return "no installer runs: the launcher would wait for its post, see it gone, log the "
+           "warning and quit";
+  case HandOverOutcome::kNoZelto:
+    return "Zelto's folder is not found: the launcher would warn and hand back";
+  case HandOverOutcome::kStartZelto:
+    break;
+  }
+  return zelto_runnable ? "after the installer's post the launcher would start Zelto as below"
+                        : "Zelto is missing or not executable: the launch would fail and the "
+                          "launcher would hand back";
+}
 
 } // namespace
 
@@ -42,23 +59,24 @@ int ExplainCommand(const Arguments& given) {
   if (!BeginCommand(arguments, kUsage, false, json, status)) {
     return status;
   }
+  // The facts as the launcher would find them now, looked up without
+  // making or taking anything.
+  HandOverFacts facts;
   const SetState installer = ReadSet(UpdaterLockKey(kUpdateInstallerKey));
   const SetState launcher = ReadSet(UpdaterLockKey(kOruLauncherKey));
-  const bool installer_running = installer.exists && installer.value == 0;
-  const bool launcher_running = launcher.exists && launcher.value == 0;
-
+  facts.anotherLauncherRuns = launcher.exists && launcher.value == 0;
+  facts.installerRunning = installer.exists && installer.value == 0;
   std::string zelto;
-  const bool zelto_found = FindZeltoExecutable(zelto);
-  const bool zelto_runnable = zelto_found && access(zelto.c_str(), X_OK) == 0;
-  std::vector<std::string> argv{zelto};
-  for (int slot = 0; slot < 4; ++slot) {
-    argv.push_back(gZeltoArguments[slot]);
+  if (FindZeltoExecutable(zelto)) {
+    facts.zelto = zelto;
   }
   std::string user_local;
-  const bool has_user_local = GetUserLocalPath(user_local);
-  if (has_user_local) {
-    argv.push_back("--updaterUserLocalPath=" + platform::DirName(user_local));
+  if (LookUpUserLocalPath(user_local)) {
+    facts.userLocalPath = user_local;
   }
+  const HandOverPlan plan = PlanHandOver(facts);
+  const bool zelto_runnable = facts.zelto && access(zelto.c_str(), X_OK) == 0;
+  const bool starts_zelto = plan.outcome == HandOverOutcome::kStartZelto && zelto_runnable;
 
   // Read as the launcher reads them, without taking the lock or changing
   // anything.
@@ -75,48 +93,39 @@ int ExplainCommand(const Arguments& given) {
   const bool file_default = log_file.empty();
   const bool level_default = level == -1;
   if (file_default) {
-    log_file = UpdaterDefaultLogFile();
+    log_file = UpdaterDefaultLogPath();
   }
   if (level_default) {
     level = 2;
   }
-
-  std::string plan;
-  bool starts_zelto = false;
-  if (launcher_running) {
-    plan = "another launcher runs: this one would log \"Already running!\" and hand back";
-  } else if (!installer_running) {
-    plan = "no installer runs: the launcher would wait for its post, see it gone, log the "
-           "warning and quit";
-  } else if (!zelto_found) {
-    plan = "Zelto's folder is not found: the launcher would warn and hand back";
-  } else if (!zelto_runnable) {
-    plan = "Zelto is missing or not executable: the launch would fail and the launcher would "
-           "hand back";
-  } else {
-    plan = "after the installer's post the launcher would start Zelto as below";
-    starts_zelto = true;
+  const std::string said = Sentence(plan.outcome, zelto_runnable);
+  // The vector Zelto would get; shown whenever Zelto's place is known.
+  std::vector<std::string> argv = plan.argv;
+  if (argv.empty() && facts.zelto) {
+    HandOverFacts ready = facts;
+    ready.anotherLauncherRuns = false;
+    ready.installerRunning = true;
+    argv = PlanHandOver(ready).argv;
   }
   if (json) {
-    std::string args;
-    for (const std::string& word : argv) {
-      args += (args.empty() ? "" : ",") + JsonString(word);
-    }
-    std::printf("{\"plan\":%s,\"installer_running\":%s,\"launcher_running\":%s,"
-                "\"user_local_path\":%s,\"zelto\":%s,\"zelto_executable\":%s,\"argv\":[%s],"
-                "\"log_file\":%s,\"log_level\":%d,\"library_level\":%d}\n",
-                JsonString(plan).c_str(), installer_running ? "true" : "false",
-                launcher_running ? "true" : "false",
-                JsonString(has_user_local ? user_local : "").c_str(), JsonString(zelto).c_str(),
-                zelto_runnable ? "true" : "false", args.c_str(), JsonString(log_file).c_str(),
-                level, UpdaterLogLibraryLevel(level));
+    oru_tools::PrintJson({{"plan", said},
+                          {"installer_running", facts.installerRunning},
+                          {"launcher_running", facts.anotherLauncherRuns},
+                          {"user_local_path", facts.userLocalPath.value_or("")},
+                          {"zelto", zelto},
+                          {"zelto_executable", zelto_runnable},
+                          {"argv", argv},
+                          {"log_file", log_file},
+                          {"log_level", level},
+                          {"library_level", UpdaterLogLibraryLevel(level)}});
   } else {
-    std::printf("plan: %s\n", plan.c_str());
-    std::printf("installer: %s\n", installer_running ? "running" : "not running");
-    std::printf("user-local folder: %s\n", has_user_local ? user_local.c_str() : "(none)");
+    std::printf("plan: %s\n", said.c_str());
+    std::printf("installer: %s\n", facts.installerRunning ? "running" : "not running");
+    std::printf("user-local folder: %s\n",
+                facts.userLocalPath ? facts.userLocalPath->c_str() : "(none)");
     std::printf("Zelto: %s (%s)\n", zelto.c_str(),
                 zelto_runnable ? "present, executable"
-                : zelto_found  ? "missing or not executable"
+                : facts.zelto  ? "missing or not executable"
                                : "folder not found");
     std::printf("argument vector:\n");
     for (const std::string& word : argv) {

@@ -3,6 +3,7 @@
 #include "esd/prefs_snapshot.h"
 #include "esd/updater_prefs.h"
 #include "launcher/updater_log.h"
+#include "launcher/user_local_path.h"
 #include "locks/resource_locker.h"
 #include "platform/paths.h"
 
@@ -14,8 +15,6 @@
 #include <time.h>
 
 namespace oructl {
-
-namespace {} // namespace
 
 bool ProcessAlive(pid_t pid) {
   return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM);
@@ -63,16 +62,25 @@ std::string DescribePrefsLockHolder(const PrefsLockState& state) {
   return "held by a program that keeps no holder record (not judged)";
 }
 
-std::string UpdaterPrefsPath() {
+std::string UpdaterPrefsFolder() {
   std::string folder;
-  return GetUpdaterPrefsFolder(folder) ? platform::JoinPath(folder, NuvexUpdaterPrefs::kFileName)
-                                       : std::string();
+  return LookUpUpdaterPrefsFolder(folder) ? folder : std::string();
+}
+
+std::string UpdaterPrefsPath() {
+  const std::string folder = UpdaterPrefsFolder();
+  return folder.empty() ? folder : platform::JoinPath(folder, NuvexUpdaterPrefs::kFileName);
+}
+
+std::string UpdaterDefaultLogPath() {
+  std::string folder;
+  return LookUpUserLocalPath(folder) ? UpdaterDefaultLogFileIn(folder) : std::string();
 }
 
 std::string UpdaterLogPath() {
   std::string path;
   (void)esd::ReadStoredText(UpdaterPrefsPath(), "Preferences", "LogFile", path); // else the default
-  return path.empty() ? UpdaterDefaultLogFile() : path;
+  return path.empty() ? UpdaterDefaultLogPath() : path;
 }
 
 } // namespace oructl

@@ -35,9 +35,13 @@ PrefsLockState ReadPrefsLock(const std::string& prefs_path);
 // A sentence on who holds the lock, for people.
 std::string DescribePrefsLockHolder(const PrefsLockState& state);
 
-// The updater's preferences file and log file, as the launcher would use.
+// The updater's preferences folder and file and its log file, as the
+// launcher would use them; looked up without making anything (empty: none).
+std::string UpdaterPrefsFolder();
 std::string UpdaterPrefsPath();
 std::string UpdaterLogPath();
+// The log file the launcher uses when the preferences name none.
+std::string UpdaterDefaultLogPath();
 
 } // namespace oructl
 

@@ -1,6 +1,8 @@
 // oructl log [sessions]: the updater log as records, filtered, or split into
 // launcher runs.
 #include "esd/updater_prefs.h"
+#include "launcher/updater_log.h"
+#include "tools/common/json_output.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/log_records.h"
 #include "tools/oructl/oructl.h"
@@ -36,7 +38,6 @@ const char kUsage[] =
     "Exit status: 0 done (sessions: every run finished); 1 sessions: some run\n"
     "is unfinished; 2 usage, an unreadable log, or a line that is no log line.\n";
 
-const char kEndBanner[] = "<<< Nuvex Updater Log End <<<";
 constexpr time_t kSameRunGap = 60;
 
 struct Filters {
@@ -65,21 +66,15 @@ bool Matches(const LogRecord& record, const Filters& filters) {
   if (!filters.thread.empty() && record.thread != filters.thread) {
     return false;
   }
-  time_t when = 0;
-  RecordTime(record, when);
+  const time_t when = record.seconds;
   return (!filters.has_since || when >= filters.since) &&
          (!filters.has_until || when <= filters.until);
 }
 
-std::string RecordJson(const LogRecord& record) {
-  std::string fields;
-  for (const std::string& field : record.fields) {
-    fields += (fields.empty() ? "" : ",") + JsonString(field);
-  }
-  return "{\"file\":" + JsonString(record.file) + ",\"line\":" + std::to_string(record.line) +
-         ",\"time\":" + JsonString(record.time) + ",\"level\":" + JsonString(record.level) +
-         ",\"fields\":[" + fields + "],\"thread\":" + JsonString(record.thread) +
-         ",\"message\":" + JsonString(record.message) + "}";
+oru_tools::Json RecordJson(const LogRecord& record) {
+  return {{"file", record.file},      {"line", record.line},     {"time", record.time},
+          {"level", record.level},    {"fields", record.fields}, {"thread", record.thread},
+          {"message", record.message}};
 }
 
 struct Session {
@@ -89,7 +84,7 @@ struct Session {
   time_t last_seconds = 0;
   int records = 0;
   std::string last_message;
-  bool finished() const { return last_message.rfind(kEndBanner, 0) == 0; }
+  bool finished() const { return last_message.rfind(kUpdaterLogEndBanner, 0) == 0; }
 };
 
 // A run is the records of one process; a process id seen again long after
@@ -98,8 +93,7 @@ std::vector<Session> SplitSessions(const std::vector<LogRecord>& records) {
   std::vector<Session> sessions;
   std::map<std::string, size_t> current;
   for (const LogRecord& record : records) {
-    time_t when = 0;
-    RecordTime(record, when);
+    const time_t when = record.seconds;
     const auto found = current.find(record.thread);
     const bool continues =
         found != current.end() && !(sessions[found->second].finished() &&
@@ -120,24 +114,26 @@ std::vector<Session> SplitSessions(const std::vector<LogRecord>& records) {
 int PrintSessions(const std::vector<LogRecord>& records, bool json) {
   const std::vector<Session> sessions = SplitSessions(records);
   int unfinished = 0;
-  std::string out = json ? "[" : "";
+  oru_tools::Json listed = oru_tools::Json::array();
+  std::string out;
   for (const Session& session : sessions) {
     unfinished += session.finished() ? 0 : 1;
-    if (json) {
-      out += (out.size() > 1 ? "," : "") + std::string("{\"thread\":") +
-             JsonString(session.thread) + ",\"first\":" + JsonString(session.first_time) +
-             ",\"last\":" + JsonString(session.last_time) +
-             ",\"records\":" + std::to_string(session.records) +
-             ",\"finished\":" + (session.finished() ? "true" : "false") +
-             ",\"last_message\":" + JsonString(session.last_message) + "}";
-    } else {
-      out += "run " + session.thread + ": " + session.first_time + " .. " + session.last_time +
-             ", " + std::to_string(session.records) + " records, " +
-             (session.finished() ? "finished" : "UNFINISHED (last: " + session.last_message + ")") +
-             "\n";
-    }
+    listed.push_back({{"thread", session.thread},
+                      {"first", session.first_time},
+                      {"last", session.last_time},
+                      {"records", session.records},
+                      {"finished", session.finished()},
+                      {"last_message", session.last_message}});
+    out += "run " + session.thread + ": " + session.first_time + " .. " + session.last_time + ", " +
+           std::to_string(session.records) + " records, " +
+           (session.finished() ? "finished" : "UNFINISHED (last: " + session.last_message + ")") +
+           "\n";
   }
-  std::fputs((json ? out + "]\n" : out).c_str(), stdout);
+  if (json) {
+    oru_tools::PrintJson(listed);
+  } else {
+    std::fputs(out.c_str(), stdout);
+  }
   return unfinished == 0 ? kOk : kNegative;
 }
 
@@ -185,16 +181,30 @@ int LogCommand(const Arguments& given) {
   if (file.empty() || !ReadLogRecords(LogFilesOf(file), records, error)) {
     return Fail(file.empty() ? "no log file is configured" : error);
   }
+  if (records.empty() && !json) {
+    std::puts("no entries");
+    return kOk;
+  }
   if (sessions) {
     return PrintSessions(records, json);
   }
-  std::string out = json ? "[" : "";
+  oru_tools::Json listed = oru_tools::Json::array();
+  std::string out;
   for (const LogRecord& record : records) {
-    if (Matches(record, filters)) {
-      out += json ? (out.size() > 1 ? "," : "") + RecordJson(record) : record.text + "\n";
+    if (!Matches(record, filters)) {
+      continue;
+    }
+    if (json) {
+      listed.push_back(RecordJson(record));
+    } else {
+      out += record.text + "\n";
     }
   }
-  std::fputs((json ? out + "]\n" : out).c_str(), stdout);
+  if (json) {
+    oru_tools::PrintJson(listed);
+  } else {
+    std::fwrite(out.data(), 1, out.size(), stdout);
+  }
   return kOk;
 }
 

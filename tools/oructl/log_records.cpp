@@ -1,5 +1,7 @@
 #include "tools/oructl/log_records.h"
 
+#include "oobe/levels.h"
+#include "oobe/log_line.h"
 #include "platform/paths.h"
 #include "platform/safe_fs.h"
 
@@ -10,34 +12,20 @@ namespace oructl {
 
 namespace {
 
-const char kSeparator[] = " | ";
-
+// A record from a line as the logging library writes it.
 bool Parse(const std::string& line, LogRecord& record) {
-  std::vector<size_t> separators;
-  for (size_t at = line.find(kSeparator); at != std::string::npos && separators.size() < 9;
-       at = line.find(kSeparator, at + 3)) {
-    separators.push_back(at);
-  }
-  if (separators.size() < 9) {
+  oobe::ParsedLine parsed;
+  if (!oobe::ParseLine(line, oobe::kLineSeparator, parsed)) {
     return false;
   }
-  const auto piece = [&](size_t index) {
-    const size_t begin = index == 0 ? 0 : separators[index - 1] + 3;
-    return line.substr(begin, separators[index] - begin);
-  };
-  record.time = piece(0);
-  const std::string level = piece(1);
-  time_t seconds = 0;
-  if (level.size() < 3 || level.front() != '[' || level.back() != ']' ||
-      !ParseLogTime(record.time, seconds)) {
-    return false;
-  }
-  record.level = level.substr(1, level.size() - 2);
+  record.time = parsed.timestamp;
+  record.seconds = static_cast<time_t>(parsed.seconds);
+  record.level = parsed.level_name;
   for (size_t field = 0; field < 6; ++field) {
-    record.fields[field] = piece(2 + field);
+    record.fields[field] = parsed.fields[field];
   }
-  record.thread = piece(8);
-  record.message = line.substr(separators[8] + 3);
+  record.thread = parsed.thread;
+  record.message = parsed.message;
   record.text = line;
   return true;
 }
@@ -73,6 +61,9 @@ bool ReadLogRecords(const std::vector<std::string>& files, std::vector<LogRecord
                     std::string& error) {
   for (const std::string& file : files) {
     std::ifstream in(file, std::ios::binary);
+    if (!in.is_open() && !platform::PathExists(file)) {
+      continue; // no log yet (or a copy rotated away meanwhile): no records
+    }
     if (!in.is_open()) {
       error = "cannot read the log " + file;
       return false;
@@ -90,7 +81,7 @@ bool ReadLogRecords(const std::vector<std::string>& files, std::vector<LogRecord
       }
       // A line break inside a message continues the record before it.
       if (!records.empty() && records.back().file == file &&
-          line.find(kSeparator) == std::string::npos) {
+          line.find(oobe::kLineSeparator) == std::string::npos) {
         records.back().message += "\n" + line;
         records.back().text += "\n" + line;
         continue;
@@ -117,18 +108,8 @@ bool ParseLogTime(const std::string& text, time_t& seconds) {
   return true;
 }
 
-bool RecordTime(const LogRecord& record, time_t& seconds) {
-  return ParseLogTime(record.time, seconds);
-}
-
 int LevelRank(const std::string& name) {
-  static const char* const kNames[] = {"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL", "NONE"};
-  for (int i = 0; i < 7; ++i) {
-    if (name == kNames[i]) {
-      return (i + 1) * 10;
-    }
-  }
-  return name == "ALL" ? 0 : -1;
+  return oobe::LevelOfName(name);
 }
 
 } // namespace oructl

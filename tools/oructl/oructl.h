@@ -38,9 +38,6 @@ bool TakeOption(Arguments& arguments, const std::string& option, std::string& va
 bool BeginCommand(Arguments& arguments, const char* usage, bool more_allowed, bool& json,
                   int& status);
 
-// Text as a JSON string literal, quotes included.
-std::string JsonString(const std::string& text);
-
 } // namespace oructl
 
 #endif // ORU_TOOLS_ORUCTL_ORUCTL_H

@@ -1,15 +1,18 @@
 // oructl prefs list|get|set|reset and oructl unlock-prefs --force: the updater
-// preferences through the updater's own preference objects, so every read
-// and write takes the same inter-process lock as every other process.
+// preferences through the updater's own preference objects. Writes take the
+// same inter-process lock as every other process; list and get only look.
 #include "esd/change_type.h"
+#include "esd/prefs_snapshot.h"
 #include "esd/updater_prefs.h"
 #include "locks/resource_locker.h"
 #include "platform/paths.h"
+#include "tools/common/json_output.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
 #include <cstdio>
 #include <map>
+#include <memory>
 #include <string>
 
 namespace oructl {
@@ -37,13 +40,16 @@ const char kPrefsUsage[] =
     "  reset    gives one key its default (an empty map), or with --all deletes\n"
     "           the file so that every key starts from its default\n"
     "\n"
-    "A preferences file that does not parse is moved aside (to\n"
+    "list and get only look: they read the file once, take no lock and make,\n"
+    "change or move nothing. set and reset work under the lock; for them a\n"
+    "preferences file that does not parse is moved aside (to\n"
     "NuvexUpdaterPrefs.dat.corrupt-YYYYmmdd-HHMMSS, the newest three kept) and\n"
     "every key starts from its default; a note on standard error says so.\n"
     "\n"
     "Exit status: 0 done; 2 unknown key, value of the wrong type, a preferences\n"
-    "file that cannot be read or is past the reader's limits, or a lock that\n"
-    "could not be had. Nothing on disk changes when the answer is 2.\n";
+    "file that does not parse (list, get), cannot be read or is past the\n"
+    "reader's limits, or a lock that could not be had. Nothing on disk changes\n"
+    "when the answer is 2.\n";
 
 const char kUnlockUsage[] =
     "Usage: oructl unlock-prefs --force\n"
@@ -131,25 +137,117 @@ Slot* FindSlot(const NuvexUpdaterPrefs& prefs, const std::string& key) {
   return nullptr;
 }
 
-int List(NuvexUpdaterPrefs& prefs, bool json) {
-  std::string out = json ? "[" : "";
-  for (const auto& slot : prefs.Slots()) {
+// A value read as text, as JSON of its type: a bool as true or false, a
+// number as a number, a map as an object; text that does not convert stays
+// text.
+oru_tools::Json TypedValue(const Slot& slot, const std::string& text, bool readable) {
+  const std::string type = slot.type();
+  if (!readable) {
+    return text;
+  }
+  if (type == "bool") {
+    return text == "1";
+  }
+  if (type == "int") {
+    return std::stoll(text);
+  }
+  if (type == "unsigned long") {
+    return std::stoull(text);
+  }
+  if (type.rfind("map of ", 0) == 0) {
+    oru_tools::Json map = oru_tools::Json::object();
+    std::map<std::string, std::string> entries;
+    (void)esd::slot_text::ToMap(text, entries);
+    for (const auto& [key, value] : entries) {
+      map[key] = type == "map of bool" ? oru_tools::Json(value == "1") : oru_tools::Json(value);
+    }
+    return map;
+  }
+  return text;
+}
+
+// The stored preferences, looked at: parsed once without the lock, with
+// nothing moved aside or made. Null, with the error said, when what is
+// stored cannot be known.
+std::unique_ptr<esd::PrefsSnapshot> LookAtPrefs(const std::string& path, int& status) {
+  if (path.empty()) {
+    status = Fail("no preferences folder can be found");
+    return nullptr;
+  }
+  auto snapshot = std::make_unique<esd::PrefsSnapshot>(path, "Preferences");
+  switch (snapshot->state()) {
+  case esd::PrefsSnapshot::State::kParsed:
+  case esd::PrefsSnapshot::State::kNoFile:
+    return snapshot;
+  case esd::PrefsSnapshot::State::kMalformed:
+    status = Fail("the preferences file " + path +
+                  " does not parse; it is left as it is (the next process that sets a "
+                  "preference moves it aside)");
+    return nullptr;
+  case esd::PrefsSnapshot::State::kUnreadable:
+    status = Fail("the preferences file " + path + " cannot be read; it is left as it is");
+    return nullptr;
+  case esd::PrefsSnapshot::State::kOverLimit:
+    break;
+  }
+  status = Fail("the preferences file " + path +
+                " is larger than the reader's limits; it is left as it is");
+  return nullptr;
+}
+
+int List(const NuvexUpdaterPrefs& table, esd::PrefsSnapshot& stored, bool json) {
+  oru_tools::Json listed = oru_tools::Json::array();
+  std::string out;
+  for (const auto& slot : table.Slots()) {
     std::string text;
     bool is_default = false;
-    const bool readable = slot->ReadText(text, is_default);
-    if (json) {
-      out += (out.size() > 1 ? "," : "") + std::string("{\"key\":") + JsonString(slot->key()) +
-             ",\"type\":" + JsonString(slot->type()) + ",\"value\":" + JsonString(text) +
-             ",\"default\":" + (is_default ? "true" : "false") +
-             ",\"readable\":" + (readable ? "true" : "false") + "}";
-    } else {
-      out += std::string(slot->key()) + " (" + slot->type() +
-             ") = " + (readable ? text : "<stored text does not convert>") +
-             (is_default ? " [default]" : "") + "\n";
-    }
+    const bool readable = slot->ReadTextFrom(stored.Find(slot->key()), text, is_default);
+    listed.push_back({{"key", slot->key()},
+                      {"type", slot->type()},
+                      {"value", TypedValue(*slot, text, readable)},
+                      {"default", is_default},
+                      {"readable", readable}});
+    out += std::string(slot->key()) + " (" + slot->type() +
+           ") = " + (readable ? text : "<stored text does not convert>") +
+           (is_default ? " [default]" : "") + "\n";
   }
-  std::fputs((json ? out + "]\n" : out).c_str(), stdout);
+  if (json) {
+    oru_tools::PrintJson(listed);
+  } else {
+    std::fputs(out.c_str(), stdout);
+  }
   return kOk;
+}
+
+int Get(const Slot& slot, esd::PrefsSnapshot& stored, bool json) {
+  std::string text;
+  bool is_default = false;
+  if (!slot.ReadTextFrom(stored.Find(slot.key()), text, is_default)) {
+    return Fail(std::string("the stored value of ") + slot.key() + " does not convert to " +
+                slot.type());
+  }
+  if (json) {
+    oru_tools::PrintJson({{"key", slot.key()}, {"value", TypedValue(slot, text, true)}});
+  } else {
+    std::printf("%s\n", text.c_str());
+  }
+  return kOk;
+}
+
+// list and get: looks only.
+int Look(const std::string& action, const Arguments& arguments, bool json) {
+  const std::unique_ptr<NuvexUpdaterPrefs> table =
+      NuvexUpdaterPrefs::Unopened(UpdaterPrefsFolder());
+  const Slot* slot = nullptr;
+  if (action == "get" && !(slot = FindSlot(*table, arguments[1]))) {
+    return Fail("unknown preference key '" + arguments[1] + "' (see oructl prefs keys)");
+  }
+  int status = kOk;
+  const std::unique_ptr<esd::PrefsSnapshot> stored = LookAtPrefs(UpdaterPrefsPath(), status);
+  if (!stored) {
+    return status;
+  }
+  return slot ? Get(*slot, *stored, json) : List(*table, *stored, json);
 }
 
 // The key table as documentation: every key, its type and its default
@@ -187,14 +285,14 @@ int PrefsCommand(const Arguments& given) {
     return Fail("wrong number of arguments for prefs " + action + " (see oructl prefs --help)");
   }
   if (action == "keys") {
-    return Keys(GetUpdaterPrefs(false));
+    return Keys(*NuvexUpdaterPrefs::Unopened(UpdaterPrefsFolder()));
+  }
+  if (action == "list" || action == "get") {
+    return Look(action, arguments, json);
   }
   NuvexUpdaterPrefs* prefs = OpenPrefs(status);
   if (!prefs) {
     return status;
-  }
-  if (action == "list") {
-    return List(*prefs, json);
   }
   if (action == "reset" && arguments[1] == "--all") {
     return prefs->DeleteAllPrefs() ? kOk : Fail("could not delete " + prefs->prefsPath());
@@ -206,20 +304,7 @@ int PrefsCommand(const Arguments& given) {
   if (action == "set") {
     return StoreText(*slot, arguments[2]);
   }
-  if (action == "reset") {
-    return slot->Reset() ? kOk : Fail(std::string("could not reset ") + slot->key());
-  }
-  std::string text;
-  bool is_default = false;
-  if (!slot->ReadText(text, is_default)) {
-    return Fail(std::string("the stored value of ") + slot->key() + " does not convert to " +
-                slot->type());
-  }
-  std::printf("%s\n", json ? (std::string("{\"key\":") + JsonString(slot->key()) +
-                              ",\"value\":" + JsonString(text) + "}")
-                                 .c_str()
-                           : text.c_str());
-  return kOk;
+  return slot->Reset() ? kOk : Fail(std::string("could not reset ") + slot->key());
 }
 
 int UnlockPrefsCommand(const Arguments& given) {
@@ -232,11 +317,10 @@ int UnlockPrefsCommand(const Arguments& given) {
     return Fail("unlock-prefs breaks a lock another process may hold: it needs --force and "
                 "nothing else");
   }
-  std::string folder;
-  if (!GetUpdaterPrefsFolder(folder)) {
-    return Fail("no preferences folder can be found or made");
+  const std::string path = UpdaterPrefsPath();
+  if (path.empty()) {
+    return Fail("no preferences folder can be found");
   }
-  const std::string path = platform::JoinPath(folder, NuvexUpdaterPrefs::kFileName);
   const PrefsLockState state = ReadPrefsLock(path);
   if (state.holder.record == esd::HolderView::Record::kLive) {
     return Fail("the preferences lock of " + path + " is " + DescribePrefsLockHolder(state) +

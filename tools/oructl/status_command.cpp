@@ -3,6 +3,7 @@
 #include "launcher/handover.h"
 #include "locks/updater_lock.h"
 #include "oobe/file_lock.h"
+#include "tools/common/json_output.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
@@ -104,29 +105,31 @@ int StatusCommand(const Arguments& given) {
       Meaning(named[0].state, named[1].state, named[2].state, named[3].state, prefs);
 
   if (json) {
-    std::string out = "{\"locks\":[";
-    for (size_t i = 0; i < named.size(); ++i) {
-      const SetState& s = named[i].state;
-      out += std::string(i ? "," : "") + "{\"name\":" + JsonString(named[i].name) +
-             ",\"kind\":" + JsonString(named[i].kind) + ",\"key\":" + std::to_string(s.key) +
-             ",\"exists\":" + (s.exists ? "true" : "false") + ",\"id\":" + std::to_string(s.id) +
-             ",\"value\":" + std::to_string(s.value) + ",\"waiters\":" + std::to_string(s.waiters) +
-             ",\"last_process\":" + std::to_string(s.last_process) +
-             ",\"last_alive\":" + (s.last_alive ? "true" : "false") + "}";
+    oru_tools::Json locks = oru_tools::Json::array();
+    for (const Named& entry : named) {
+      const SetState& s = entry.state;
+      locks.push_back({{"name", entry.name},
+                       {"kind", entry.kind},
+                       {"key", s.key},
+                       {"exists", s.exists},
+                       {"id", s.id},
+                       {"value", s.value},
+                       {"waiters", s.waiters},
+                       {"last_process", s.last_process},
+                       {"last_alive", s.last_alive}});
     }
-    out += "],\"prefs_lock\":{\"path\":" + JsonString(prefs.path) +
-           ",\"present\":" + (prefs.present ? "true" : "false") +
-           ",\"stale\":" + (prefs.stale ? "true" : "false") +
-           ",\"holder_pid\":" + std::to_string(prefs.holder.holder.pid) +
-           "},\"log_lock\":{\"path\":" + JsonString(log_path) +
-           ",\"exists\":" + (log_users.exists ? "true" : "false") +
-           ",\"users\":" + std::to_string(log_users.value) +
-           ",\"held\":" + (log_lock.exists && log_lock.value == 0 ? "true" : "false") +
-           "},\"meaning\":[";
-    for (size_t i = 0; i < meaning.size(); ++i) {
-      out += (i ? "," : "") + JsonString(meaning[i]);
-    }
-    std::printf("%s]}\n", out.c_str());
+    oru_tools::PrintJson({{"locks", locks},
+                          {"prefs_lock",
+                           {{"path", prefs.path},
+                            {"present", prefs.present},
+                            {"stale", prefs.stale},
+                            {"holder_pid", prefs.holder.holder.pid}}},
+                          {"log_lock",
+                           {{"path", log_path},
+                            {"exists", log_users.exists},
+                            {"users", log_users.value},
+                            {"held", log_lock.exists && log_lock.value == 0}}},
+                          {"meaning", meaning}});
   } else {
     for (const Named& entry : named) {
       std::printf("%s\n", Describe(entry).c_str());

@@ -1,0 +1,211 @@
+// The commands of oructl that look (status, explain, doctor, log, prefs
+// get|list|keys) change nothing, in every state a hand-over can leave, and
+// what they print with --json parses as JSON there.
+#include "launcher/handover.h"
+#include "locks/resource_locker.h"
+#include "locks/updater_lock.h"
+#include "platform/paths.h"
+#include "testing/child_process.h"
+#include "testing/sandbox.h"
+#include "tests/e2e/e2e_fixture.h"
+#include "tests/e2e/e2e_support.h"
+
+#include <algorithm>
+#include <fstream>
+#include <ftw.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <signal.h>
+#include <sstream>
+#include <string>
+#include <sys/sem.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using oru_testing::ChildProgram;
+
+std::vector<std::string>* walked = nullptr;
+
+int Record(const char* path, const struct stat* info, int /*type*/, struct FTW* /*where*/) {
+  std::ostringstream line;
+  line << path << " mode " << std::oct << info->st_mode << std::dec << " owner " << info->st_uid
+       << ":" << info->st_gid << " size " << info->st_size << " mtime " << info->st_mtim.tv_sec
+       << "." << info->st_mtim.tv_nsec << " ctime " << info->st_ctim.tv_sec << "."
+       << info->st_ctim.tv_nsec;
+  if (S_ISLNK(info->st_mode)) {
+    char target[4096];
+    const ssize_t length = readlink(path, target, sizeof target);
+    line << " -> " << std::string(target, length > 0 ? static_cast<size_t>(length) : 0);
+  }
+  walked->push_back(line.str());
+  return 0;
+}
+
+// Every System V semaphore set: its line in /proc (key, id, mode, owners,
+// times of the last operation and change) and the values of its semaphores.
+std::vector<std::string> SemaphoreSets() {
+  std::vector<std::string> sets;
+  std::ifstream table("/proc/sysvipc/sem");
+  std::string line;
+  std::getline(table, line); // the header
+  while (std::getline(table, line)) {
+    std::istringstream fields(line);
+    long long key = 0;
+    int id = -1;
+    fields >> key >> id;
+    std::string text = line + " values";
+    struct semid_ds info {};
+    if (semctl(id, 0, IPC_STAT, &info) == 0) {
+      std::vector<unsigned short> values(info.sem_nsems);
+      if (semctl(id, 0, GETALL, values.data()) == 0) {
+        for (const unsigned short value : values) {
+          text += " " + std::to_string(value);
+        }
+      }
+    }
+    sets.push_back(text);
+  }
+  return sets;
+}
+
+// What a look may not change: every entry below the sandbox and in /dev/shm
+// (where the named semaphores live) with its type, mode, owner, size,
+// modification and change times and link target, and every semaphore set.
+// Access times are left out: reading a file is what a look does.
+std::vector<std::string> StateOf(const std::string& root) {
+  std::vector<std::string> state;
+  walked = &state;
+  nftw(root.c_str(), &Record, 16, FTW_PHYS);
+  nftw("/dev/shm", &Record, 16, FTW_PHYS);
+  walked = nullptr;
+  for (const std::string& set : SemaphoreSets()) {
+    state.push_back(set);
+  }
+  return state;
+}
+
+const std::vector<std::vector<std::string>> kLooks = {{"status"},
+                                                      {"status", "--json"},
+                                                      {"explain"},
+                                                      {"explain", "--json"},
+                                                      {"doctor"},
+                                                      {"doctor", "--json"},
+                                                      {"log"},
+                                                      {"log", "--json"},
+                                                      {"log", "sessions"},
+                                                      {"prefs", "list"},
+                                                      {"prefs", "list", "--json"},
+                                                      {"prefs", "get", "LogLevel"},
+                                                      {"prefs", "get", "LogLevel", "--json"},
+                                                      {"prefs", "keys"}};
+
+class OructlReadOnlyTest : public e2e::E2eTest {
+protected:
+  std::string PrefsFolder() const { return sandbox_->data_home() + "/Nuvex/OruUpdater/1.0"; }
+  std::string PrefsPath() const { return PrefsFolder() + "/NuvexUpdaterPrefs.dat"; }
+
+  void WritePrefs(const std::string& body) {
+    ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+    oru_testing::WriteFile(PrefsPath(), "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+                                        "<Preferences>\n" +
+                                            body + "\n</Preferences>\n");
+  }
+
+  // Runs every look and expects the state it found to be the state it left.
+  void ExpectEveryLookChangesNothing() {
+    for (const std::vector<std::string>& look : kLooks) {
+      const std::vector<std::string> before = StateOf(sandbox_->root());
+      ChildProgram child = oru_testing::StartProgram(ORU_ORUCTL, look);
+      const std::string output = oru_testing::ReadAll(child);
+      const int status = oru_testing::FinishProgram(child);
+      const std::vector<std::string> after = StateOf(sandbox_->root());
+      std::string command = "oructl";
+      for (const std::string& word : look) {
+        command += " " + word;
+      }
+      EXPECT_GE(status, 0) << command << " ended by a signal";
+      EXPECT_LE(status, 2) << command;
+      EXPECT_EQ(before, after) << command << " changed what it looked at\n" << output;
+      if (look.back() == "--json" && status != 2) {
+        EXPECT_TRUE(nlohmann::json::accept(output)) << command << " printed\n" << output;
+      }
+    }
+  }
+};
+
+TEST_F(OructlReadOnlyTest, OnAFreshMachine) {
+  ExpectEveryLookChangesNothing();
+  EXPECT_FALSE(platform::PathExists(sandbox_->data_home()));
+}
+
+TEST_F(OructlReadOnlyTest, WhileTheLauncherWaitsForTheInstaller) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  UpdaterLock installer(kUpdateInstallerKey);
+  UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
+  ChildProgram launcher = e2e::Start(ORU_LAUNCHER_EXE);
+  ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), 1));
+  ExpectEveryLookChangesNothing();
+  rendezvous.Release();
+  EXPECT_EQ(e2e::Wait(launcher), 0);
+  ASSERT_TRUE(zelto.WaitForStart());
+}
+
+TEST_F(OructlReadOnlyTest, WhenTheInstallerIsGone) {
+  WritePrefs("<LogLevel>3</LogLevel>");
+  UpdaterLock launcher(kOruLauncherKey);
+  ExpectEveryLookChangesNothing();
+}
+
+TEST_F(OructlReadOnlyTest, WithAStalePreferencesLock) {
+  WritePrefs("<LogLevel>3</LogLevel>");
+  const pid_t child = fork();
+  if (child == 0) {
+    esd::ResourceLocker locker(PrefsPath(), 3000);
+    locker.Lock();
+    raise(SIGKILL);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  ExpectEveryLookChangesNothing();
+  EXPECT_TRUE(esd::ResourceLocker::IsHeldByAnyone(PrefsPath()));
+}
+
+TEST_F(OructlReadOnlyTest, WhenTheInstallersUninstallStampDiffersFromTheStoredOne) {
+  WritePrefs("<LogLevel>3</LogLevel>\n<uninstallts>1700000000</uninstallts>");
+  const std::string inventory = sandbox_->local_data() + "/Nuvex/OruUpdaterInventory/1.0";
+  ASSERT_TRUE(platform::CreateDirectoryTree(inventory));
+  oru_testing::WriteFile(inventory + "/uninstallts", "1800000000\n");
+  ExpectEveryLookChangesNothing();
+  EXPECT_TRUE(platform::PathExists(PrefsPath()));
+}
+
+TEST_F(OructlReadOnlyTest, WithACorruptPreferencesFile) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+  oru_testing::WriteFile(PrefsPath(), "<Preferences><LogLevel>2</Lo");
+  ExpectEveryLookChangesNothing();
+}
+
+TEST_F(OructlReadOnlyTest, WithALogOfSeveralRuns) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  UpdaterLock installer(kUpdateInstallerKey);
+  for (int run = 0; run < 2; ++run) {
+    UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
+    ChildProgram launcher = e2e::Start(ORU_LAUNCHER_EXE);
+    ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), 1));
+    rendezvous.Release();
+    EXPECT_EQ(e2e::Wait(launcher), 0);
+    ASSERT_TRUE(zelto.WaitForStart());
+  }
+  // A record with bytes that are no UTF-8 and control characters in it.
+  std::ofstream(PrefsFolder() + "/oruu.log", std::ios::app)
+      << "11/22/26 10:00:00:000 | [INFO] |  | UPDATER | SHARED |  |  |  | 7 | caf\xE9 "
+         "\x01\x1b[0m\n";
+  ExpectEveryLookChangesNothing();
+}
+
+} // namespace
