@@ -3,13 +3,15 @@
 // installer. Every wait has a time-out.
 #include "launcher/handover.h"
 #include "locks/updater_lock.h"
+#include "tools/common/command_line.h"
 #include "tools/common/json_output.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <errno.h>
-#include <getopt.h>
 #include <memory>
+#include <optional>
 #include <signal.h>
 #include <string>
 #include <sys/sem.h>
@@ -69,8 +71,9 @@ struct Report {
   std::string detail;
   int launcher_exit = -1;
   int second_launcher_exit = -1;
-  double launcher_blocked_ms = -1;
-  double post_to_exit_ms = -1;
+  // Unmeasured when the step did not happen.
+  std::optional<double> launcher_blocked_ms;
+  std::optional<double> post_to_exit_ms;
   long long post_ns = 0;
 };
 
@@ -138,21 +141,36 @@ bool HandBackPosted() {
   return semget(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey), 1, 0) < 0;
 }
 
+// A duration as JSON: null when it was not measured.
+oru_tools::Json Measured(const std::optional<double>& ms) {
+  return ms ? oru_tools::Json(*ms) : oru_tools::Json(nullptr);
+}
+
+std::string Said(const std::optional<double>& ms, const char* measured, const char* unmeasured) {
+  if (!ms) {
+    return unmeasured;
+  }
+  char text[64];
+  std::snprintf(text, sizeof text, measured, *ms);
+  return text;
+}
+
 void Print(const Report& report, bool json) {
   if (json) {
     oru_tools::PrintJson({{"outcome", report.outcome},
                           {"detail", report.detail},
                           {"launcher_exit", report.launcher_exit},
                           {"second_launcher_exit", report.second_launcher_exit},
-                          {"launcher_blocked_ms", report.launcher_blocked_ms},
-                          {"post_to_exit_ms", report.post_to_exit_ms},
+                          {"launcher_blocked_ms", Measured(report.launcher_blocked_ms)},
+                          {"post_to_exit_ms", Measured(report.post_to_exit_ms)},
                           {"post_ns", report.post_ns}});
     return;
   }
-  std::printf("%s: %s (launcher exit %d; it waited after %.3f ms; finished %.3f ms after the "
-              "post)\n",
-              report.outcome.c_str(), report.detail.c_str(), report.launcher_exit,
-              report.launcher_blocked_ms, report.post_to_exit_ms);
+  std::printf(
+      "%s: %s (launcher exit %d; %s; %s)\n", report.outcome.c_str(), report.detail.c_str(),
+      report.launcher_exit,
+      Said(report.launcher_blocked_ms, "it waited after %.3f ms", "it never waited").c_str(),
+      Said(report.post_to_exit_ms, "finished %.3f ms after the post", "no post was timed").c_str());
 }
 
 // After the post: how did the launcher end the hand-over?
@@ -348,71 +366,89 @@ int Run(const Options& options) {
   return result;
 }
 
+const std::vector<std::string> kScenarios = {"post-now", "post-after", "never-post", "die-holding",
+                                             "two-launchers"};
+
 bool KnownScenario(const std::string& name) {
-  for (const char* known :
-       {"post-now", "post-after", "never-post", "die-holding", "two-launchers"}) {
-    if (name == known) {
-      return true;
-    }
-  }
-  return false;
+  return std::find(kScenarios.begin(), kScenarios.end(), name) != kScenarios.end();
 }
 
-bool ReadMilliseconds(const char* text, long& out) {
+bool ReadMilliseconds(const std::string& text, long& out) {
   char* end = nullptr;
   errno = 0;
-  const long value = std::strtol(text, &end, 10);
-  if (errno != 0 || end == text || *end != '\0' || value < 0) {
+  const long value = std::strtol(text.c_str(), &end, 10);
+  if (errno != 0 || end == text.c_str() || *end != '\0' || value < 0) {
     return false;
   }
   out = value;
   return true;
 }
 
+// A mistake on the command line, said on one line; false.
+bool Usage(const std::string& mistake) {
+  std::fprintf(stderr, "oru-installer-sim: %s (see --help)\n", mistake.c_str());
+  return false;
+}
+
+// The options, each checked before anything starts; false with the one
+// mistake said.
+bool ReadOptions(const oru_tools::CommandLine& line, Options& options) {
+  options.launcher = line.Value("launcher");
+  if (line.Has("scenario")) {
+    options.scenario = line.Value("scenario");
+  }
+  options.json = line.Has("json");
+  if (!line.words().empty()) {
+    return Usage("unexpected '" + line.words().front() + "'");
+  }
+  if (options.launcher.empty()) {
+    return Usage("--launcher PATH is required");
+  }
+  if (access(options.launcher.c_str(), X_OK) != 0) {
+    return Usage(
+        "the launcher '" + options.launcher + "' " +
+        (access(options.launcher.c_str(), F_OK) != 0 ? "does not exist" : "is not executable"));
+  }
+  if (!KnownScenario(options.scenario)) {
+    return Usage("unknown scenario '" + options.scenario + "'" +
+                 oru_tools::DidYouMean(options.scenario, kScenarios));
+  }
+  if (line.Has("post-delay") &&
+      !ReadMilliseconds(line.Value("post-delay"), options.post_delay_ms)) {
+    return Usage("--post-delay takes whole milliseconds, 0 or more, not '" +
+                 line.Value("post-delay") + "'");
+  }
+  if (line.Has("timeout") &&
+      (!ReadMilliseconds(line.Value("timeout"), options.timeout_ms) || options.timeout_ms == 0)) {
+    return Usage("--timeout takes whole milliseconds, 1 or more, not '" + line.Value("timeout") +
+                 "'");
+  }
+  return true;
+}
+
 } // namespace
 
 int main(int argc, char** argv) {
-  Options options;
-  static const struct option kOptions[] = {{"launcher", required_argument, nullptr, 'l'},
-                                           {"scenario", required_argument, nullptr, 's'},
-                                           {"post-delay", required_argument, nullptr, 'd'},
-                                           {"timeout", required_argument, nullptr, 't'},
-                                           {"json", no_argument, nullptr, 'j'},
-                                           {"help", no_argument, nullptr, 'h'},
-                                           {"version", no_argument, nullptr, 'v'},
-                                           {nullptr, 0, nullptr, 0}};
-  int option = 0;
-  bool valid = true;
-  while ((option = getopt_long(argc, argv, "", kOptions, nullptr)) != -1) {
-    switch (option) {
-    case 'l':
-      options.launcher = optarg;
-      break;
-    case 's':
-      options.scenario = optarg;
-      break;
-    case 'd':
-      valid = ReadMilliseconds(optarg, options.post_delay_ms) && valid;
-      break;
-    case 't':
-      valid = ReadMilliseconds(optarg, options.timeout_ms) && valid;
-      break;
-    case 'j':
-      options.json = true;
-      break;
-    case 'h':
-      std::fputs(kUsage, stdout);
-      return kExitOk;
-    case 'v':
-      std::puts("oru-installer-sim 1.0.0");
-      return kExitOk;
-    default:
-      valid = false;
-    }
+  oru_tools::CommandLine line({{"launcher", true},
+                               {"scenario", true},
+                               {"post-delay", true},
+                               {"timeout", true},
+                               {"json", false},
+                               {"version", false}});
+  if (!line.Parse(std::vector<std::string>(argv + 1, argv + argc))) {
+    Usage(line.error());
+    return kExitError;
   }
-  if (!valid || options.launcher.empty() || optind != argc || options.timeout_ms <= 0 ||
-      !KnownScenario(options.scenario)) {
-    std::fputs("oru-installer-sim: bad usage (see --help)\n", stderr);
+  if (line.Has("help")) {
+    std::fputs(kUsage, stdout);
+    return kExitOk;
+  }
+  if (line.Has("version")) {
+    std::printf("oru-installer-sim %s\n", oru_tools::ProjectVersion());
+    return kExitOk;
+  }
+  Options options;
+  if (!ReadOptions(line, options)) {
     return kExitError;
   }
   return Run(options);

@@ -109,4 +109,51 @@ TEST_F(InstallerSimTest, BadUsageIsRefusedWithExitTwo) {
   EXPECT_NE(text.find("two-launchers"), std::string::npos);
 }
 
+// Each mistake: exit 2 at once, one exact line on standard error, and
+// nothing started (no launcher, no set of the hand-over made).
+TEST_F(InstallerSimTest, EachMistakeIsOneExactLineAndExitTwoBeforeAnythingStarts) {
+  const std::string missing = sandbox_->Path("no-such-launcher");
+  const std::string not_executable = sandbox_->Path("plain-file");
+  oru_testing::WriteFile(not_executable, "");
+  const std::vector<std::pair<std::vector<std::string>, std::string>> mistakes = {
+      {{"--launcher", missing}, "the launcher '" + missing + "' does not exist"},
+      {{"--launcher", not_executable}, "the launcher '" + not_executable + "' is not executable"},
+      {{"--launcher", ORU_LAUNCHER_EXE, "--scenario", "post-nwo"},
+       "unknown scenario 'post-nwo' (did you mean 'post-now'?)"},
+      {{"--launcher", ORU_LAUNCHER_EXE, "--timeout", "1.5s"},
+       "--timeout takes whole milliseconds, 1 or more, not '1.5s'"},
+      {{"--launcher", ORU_LAUNCHER_EXE, "--post-delay", "-3"},
+       "--post-delay takes whole milliseconds, 0 or more, not '-3'"},
+      {{"--launcher=" + std::string(ORU_LAUNCHER_EXE), "--scenaro", "post-now"},
+       "unknown option '--scenaro' (did you mean '--scenario'?)"},
+      {{}, "--launcher PATH is required"},
+  };
+  for (const auto& [arguments, said] : mistakes) {
+    const oru_testing::ErrorCapture errors;
+    oru_testing::ChildProgram sim =
+        oru_testing::StartProgram(ORU_INSTALLER_SIM, arguments, -1, -1, errors.fd());
+    EXPECT_EQ(oru_testing::ReadAll(sim), "");
+    EXPECT_EQ(oru_testing::FinishProgram(sim), 2) << said;
+    EXPECT_EQ(errors.Text(), "oru-installer-sim: " + said + " (see --help)\n");
+    EXPECT_FALSE(e2e::SetExists(UpdaterLockKey(kUpdateInstallerKey))) << said;
+  }
+}
+
+TEST_F(InstallerSimTest, AStepThatDidNotHappenHasNoDurationRatherThanANegativeOne) {
+  // No Zelto and a launcher that exits at once without waiting: /bin/true.
+  int exit_code = -1;
+  oru_testing::ChildProgram sim =
+      oru_testing::StartProgram(ORU_INSTALLER_SIM, {"--launcher", "/bin/true", "--timeout", "300"});
+  const std::string text = oru_testing::ReadAll(sim);
+  exit_code = oru_testing::FinishProgram(sim);
+  EXPECT_EQ(exit_code, 1) << text;
+  EXPECT_EQ(text.find("-1.000"), std::string::npos) << text;
+  EXPECT_NE(text.find("it never waited"), std::string::npos) << text;
+  oru_testing::ChildProgram json = oru_testing::StartProgram(
+      ORU_INSTALLER_SIM, {"--launcher", "/bin/true", "--timeout", "300", "--json"});
+  const std::string report = oru_testing::ReadAll(json);
+  oru_testing::FinishProgram(json);
+  EXPECT_NE(report.find("\"launcher_blocked_ms\":null"), std::string::npos) << report;
+}
+
 } // namespace

@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <semaphore.h>
 #include <signal.h>
 #include <string>
@@ -533,6 +534,38 @@ TEST_F(OructlTest, UnreadableLogOrALineThatDoesNotParseIsAnError) {
   EXPECT_EQ(Oructl({"log", "--file", log}).exit_code, 2);
   EXPECT_EQ(Oructl({"log", "--file", log, "--level", "LOUD"}).exit_code, 2);
   EXPECT_EQ(Oructl({"log", "--file", log, "--since", "yesterday"}).exit_code, 2);
+}
+
+TEST_F(OructlTest, OptionsAreReadTheSameWayByEveryCommand) {
+  EXPECT_EQ(Oructl({"-h"}).exit_code, 0);
+  for (const char* command : {"status", "explain", "doctor", "prefs", "unlock-prefs", "log"}) {
+    const Result help = Oructl({command, "-h"});
+    EXPECT_EQ(help.exit_code, 0) << command;
+    EXPECT_EQ(help.output.rfind("Usage: oructl ", 0), 0u) << command;
+  }
+  const Result version = Oructl({"--version"});
+  EXPECT_TRUE(std::regex_match(version.output, std::regex("oructl [0-9]+\\.[0-9]+\\.[0-9]+\n")))
+      << version.output;
+
+  const oru_testing::ErrorCapture errors;
+  ChildProgram slip = oru_testing::StartProgram(ORU_ORUCTL, {"stauts"}, -1, -1, errors.fd());
+  EXPECT_EQ(oru_testing::ReadAll(slip), "");
+  EXPECT_EQ(oru_testing::FinishProgram(slip), 2);
+  EXPECT_EQ(errors.Text(),
+            "oructl: unknown command 'stauts' (did you mean 'status'?) (see oructl --help)\n");
+
+  const std::string log = sandbox_->Path("oruu.log");
+  oru_testing::WriteFile(log, LogLine("11/22/26 10:00:00:000", "1", "INFO", "quiet") +
+                                  LogLine("11/22/26 10:00:01:000", "1", "WARN", "loud"));
+  const Result warnings = Oructl({"log", "--level=WARN", "--file=" + log});
+  EXPECT_EQ(warnings.exit_code, 0);
+  EXPECT_EQ(warnings.output, LogLine("11/22/26 10:00:01:000", "1", "WARN", "loud"));
+  // A negative number is a value, never an option.
+  EXPECT_EQ(Oructl({"prefs", "set", "LogLevel", "-1"}).exit_code, 0);
+  EXPECT_EQ(Oructl({"prefs", "get", "LogLevel"}).output, "-1\n");
+  // After "--" an option's name is a value.
+  EXPECT_EQ(Oructl({"prefs", "set", "DisplayLang", "--", "--json"}).exit_code, 0);
+  EXPECT_EQ(Oructl({"prefs", "get", "DisplayLang"}).output, "--json\n");
 }
 
 TEST_F(OructlTest, EveryCommandHasAManual) {

@@ -142,12 +142,15 @@ Check StaleLocks(const std::string& prefs_path) {
 } // namespace
 
 int DoctorCommand(const Arguments& given) {
-  Arguments arguments = given;
-  bool json = false;
+  oru_tools::CommandLine line({});
   int status = kOk;
-  if (!BeginCommand(arguments, kUsage, false, json, status)) {
+  if (!BeginCommand(given, kUsage, {{"json", false}}, line, status)) {
     return status;
   }
+  if (!line.words().empty()) {
+    return FailUnexpected(line, "doctor");
+  }
+  const bool json = line.Has("json");
   const std::string prefs_path = UpdaterPrefsPath();
   const std::vector<Check> checks = {SemaphoreRoom(), PrefsFile(prefs_path),
                                      LogFile(UpdaterLogPath()), Zelto(), StaleLocks(prefs_path)};

@@ -53,12 +53,15 @@ std::string Sentence(HandOverOutcome outcome, bool zelto_runnable) {
 } // namespace
 
 int ExplainCommand(const Arguments& given) {
-  Arguments arguments = given;
-  bool json = false;
+  oru_tools::CommandLine line({});
   int status = kOk;
-  if (!BeginCommand(arguments, kUsage, false, json, status)) {
+  if (!BeginCommand(given, kUsage, {{"json", false}}, line, status)) {
     return status;
   }
+  if (!line.words().empty()) {
+    return FailUnexpected(line, "explain");
+  }
+  const bool json = line.Has("json");
   // The facts as the launcher would find them now, looked up without
   // making or taking anything.
   HandOverFacts facts;

@@ -140,38 +140,42 @@ int PrintSessions(const std::vector<LogRecord>& records, bool json) {
 } // namespace
 
 int LogCommand(const Arguments& given) {
-  Arguments arguments = given;
-  bool json = false;
+  oru_tools::CommandLine line({});
   int status = kOk;
-  if (!BeginCommand(arguments, kUsage, true, json, status)) {
+  if (!BeginCommand(given, kUsage,
+                    {{"json", false},
+                     {"file", true},
+                     {"level", true},
+                     {"field", true},
+                     {"thread", true},
+                     {"since", true},
+                     {"until", true}},
+                    line, status)) {
     return status;
   }
-  const bool sessions = !arguments.empty() && arguments[0] == "sessions";
+  std::vector<std::string> words = line.words();
+  const bool sessions = !words.empty() && words[0] == "sessions";
   if (sessions) {
-    arguments.erase(arguments.begin());
+    words.erase(words.begin());
   }
-  std::string file;
-  std::string text;
+  if (!words.empty()) {
+    return Fail("unexpected '" + words[0] + "' (see oructl log --help)");
+  }
+  const bool json = line.Has("json");
+  std::string file = line.Value("file");
   Filters filters;
-  TakeOption(arguments, "--file", file, status);
-  if (TakeOption(arguments, "--level", text, status) && (filters.level = LevelRank(text)) < 0) {
-    return Fail("unknown level '" + text + "'");
+  filters.field = line.Value("field");
+  filters.thread = line.Value("thread");
+  if (line.Has("level") && (filters.level = LevelRank(line.Value("level"))) < 0) {
+    return Fail("unknown level '" + line.Value("level") + "'");
   }
-  TakeOption(arguments, "--field", filters.field, status);
-  TakeOption(arguments, "--thread", filters.thread, status);
-  if (TakeOption(arguments, "--since", text, status) &&
-      !(filters.has_since = ParseLogTime(text, filters.since))) {
-    return Fail("--since takes \"MM/DD/YY HH:MM:SS\", not '" + text + "'");
+  if (line.Has("since") &&
+      !(filters.has_since = ParseLogTime(line.Value("since"), filters.since))) {
+    return Fail("--since takes \"MM/DD/YY HH:MM:SS\", not '" + line.Value("since") + "'");
   }
-  if (TakeOption(arguments, "--until", text, status) &&
-      !(filters.has_until = ParseLogTime(text, filters.until))) {
-    return Fail("--until takes \"MM/DD/YY HH:MM:SS\", not '" + text + "'");
-  }
-  if (status != kOk) {
-    return status;
-  }
-  if (!arguments.empty()) {
-    return Fail("unexpected '" + arguments[0] + "' (see oructl log --help)");
+  if (line.Has("until") &&
+      !(filters.has_until = ParseLogTime(line.Value("until"), filters.until))) {
+    return Fail("--until takes \"MM/DD/YY HH:MM:SS\", not '" + line.Value("until") + "'");
   }
   if (file.empty()) {
     file = UpdaterLogPath();

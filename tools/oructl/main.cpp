@@ -1,9 +1,12 @@
 // oructl COMMAND [ARGUMENTS]; see kUsage.
+#include "tools/common/command_line.h"
 #include "tools/oructl/oructl.h"
 
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 
@@ -37,32 +40,30 @@ int main(int argc, char** argv) {
     return oructl::kError;
   }
   const std::string command = argv[1];
-  if (command == "--help" || command == "help") {
+  if (command == "--help" || command == "-h" || command == "help") {
     std::fputs(kUsage, stdout);
     return oructl::kOk;
   }
   if (command == "--version") {
-    std::puts("oructl 1.0.0");
+    std::printf("oructl %s\n", oru_tools::ProjectVersion());
     return oructl::kOk;
   }
+  using Command = int (*)(const oructl::Arguments&);
+  static const std::pair<const char*, Command> kCommands[] = {
+      {"status", &oructl::StatusCommand},
+      {"explain", &oructl::ExplainCommand},
+      {"doctor", &oructl::DoctorCommand},
+      {"prefs", &oructl::PrefsCommand},
+      {"unlock-prefs", &oructl::UnlockPrefsCommand},
+      {"log", &oructl::LogCommand}};
   const oructl::Arguments arguments(argv + 2, argv + argc);
-  if (command == "status") {
-    return oructl::StatusCommand(arguments);
+  std::vector<std::string> names;
+  for (const auto& [name, run] : kCommands) {
+    if (command == name) {
+      return run(arguments);
+    }
+    names.push_back(name);
   }
-  if (command == "explain") {
-    return oructl::ExplainCommand(arguments);
-  }
-  if (command == "doctor") {
-    return oructl::DoctorCommand(arguments);
-  }
-  if (command == "prefs") {
-    return oructl::PrefsCommand(arguments);
-  }
-  if (command == "unlock-prefs") {
-    return oructl::UnlockPrefsCommand(arguments);
-  }
-  if (command == "log") {
-    return oructl::LogCommand(arguments);
-  }
-  return oructl::Fail("unknown command '" + command + "' (see oructl --help)");
+  return oructl::Fail("unknown command '" + command + "'" + oru_tools::DidYouMean(command, names) +
+                      " (see oructl --help)");
 }

@@ -4,6 +4,8 @@
 #ifndef ORU_TOOLS_ORUCTL_ORUCTL_H
 #define ORU_TOOLS_ORUCTL_ORUCTL_H
 
+#include "tools/common/command_line.h"
+
 #include <string>
 #include <vector>
 
@@ -26,17 +28,14 @@ int LogCommand(const Arguments& arguments);
 // A one-line error on standard error; returns kError.
 int Fail(const std::string& message);
 
-// True when `flag` is among the arguments; it is taken out.
-bool TakeFlag(Arguments& arguments, const std::string& flag);
-// The value after `option` ("--level WARN"), taken out with it; false when
-// the option is absent. A missing value is an error (kError in `status`).
-bool TakeOption(Arguments& arguments, const std::string& option, std::string& value, int& status);
-
-// The start of every command: --help prints `usage`, --json is taken out,
-// and, unless `more_allowed`, any other word is an error. True when the
-// command goes on; otherwise `status` is what to return.
-bool BeginCommand(Arguments& arguments, const char* usage, bool more_allowed, bool& json,
+// The start of every command: reads `arguments` with `options` (and
+// --help, -h); --help prints `usage`. True when the command goes on;
+// otherwise `status` is what to return.
+bool BeginCommand(const Arguments& arguments, const char* usage,
+                  std::vector<oru_tools::OptionSpec> options, oru_tools::CommandLine& line,
                   int& status);
+// The error for words a command does not take.
+int FailUnexpected(const oru_tools::CommandLine& line, const char* command);
 
 } // namespace oructl
 

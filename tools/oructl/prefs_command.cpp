@@ -265,12 +265,13 @@ int Keys(const NuvexUpdaterPrefs& prefs) {
 } // namespace
 
 int PrefsCommand(const Arguments& given) {
-  Arguments arguments = given;
-  bool json = false;
+  oru_tools::CommandLine line({});
   int status = kOk;
-  if (!BeginCommand(arguments, kPrefsUsage, true, json, status)) {
+  if (!BeginCommand(given, kPrefsUsage, {{"json", false}, {"all", false}}, line, status)) {
     return status;
   }
+  const bool json = line.Has("json");
+  Arguments arguments = line.words();
   if (arguments.empty()) {
     return Fail("prefs needs list, get, set or reset (see oructl prefs --help)");
   }
@@ -278,9 +279,15 @@ int PrefsCommand(const Arguments& given) {
   const bool known_action = action == "list" || action == "get" || action == "set" ||
                             action == "reset" || action == "keys";
   if (!known_action) {
-    return Fail("unknown prefs action '" + action + "' (see oructl prefs --help)");
+    return Fail("unknown prefs action '" + action + "'" +
+                oru_tools::DidYouMean(action, {"list", "get", "set", "reset", "keys"}) +
+                " (see oructl prefs --help)");
   }
-  const size_t expected = action == "list" || action == "keys" ? 1 : action == "set" ? 3 : 2;
+  const bool all = line.Has("all");
+  if (all && action != "reset") {
+    return Fail("--all goes with reset only (see oructl prefs --help)");
+  }
+  const size_t expected = action == "list" || action == "keys" || all ? 1 : action == "set" ? 3 : 2;
   if (arguments.size() != expected) {
     return Fail("wrong number of arguments for prefs " + action + " (see oructl prefs --help)");
   }
@@ -294,7 +301,7 @@ int PrefsCommand(const Arguments& given) {
   if (!prefs) {
     return status;
   }
-  if (action == "reset" && arguments[1] == "--all") {
+  if (all) {
     return prefs->DeleteAllPrefs() ? kOk : Fail("could not delete " + prefs->prefsPath());
   }
   Slot* slot = FindSlot(*prefs, arguments[1]);
@@ -308,12 +315,12 @@ int PrefsCommand(const Arguments& given) {
 }
 
 int UnlockPrefsCommand(const Arguments& given) {
-  Arguments arguments = given;
-  if (TakeFlag(arguments, "--help")) {
-    std::fputs(kUnlockUsage, stdout);
-    return kOk;
+  oru_tools::CommandLine line({});
+  int status = kOk;
+  if (!BeginCommand(given, kUnlockUsage, {{"force", false}}, line, status)) {
+    return status;
   }
-  if (!TakeFlag(arguments, "--force") || !arguments.empty()) {
+  if (!line.Has("force") || !line.words().empty()) {
     return Fail("unlock-prefs breaks a lock another process may hold: it needs --force and "
                 "nothing else");
   }

@@ -84,12 +84,15 @@ std::vector<std::string> Meaning(const SetState& launcher, const SetState& insta
 } // namespace
 
 int StatusCommand(const Arguments& given) {
-  Arguments arguments = given;
-  bool json = false;
+  oru_tools::CommandLine line({});
   int status = kOk;
-  if (!BeginCommand(arguments, kUsage, false, json, status)) {
+  if (!BeginCommand(given, kUsage, {{"json", false}}, line, status)) {
     return status;
   }
+  if (!line.words().empty()) {
+    return FailUnexpected(line, "status");
+  }
+  const bool json = line.Has("json");
   std::vector<Named> named = {
       {kOruLauncherKey, "single-holder lock", ReadSet(UpdaterLockKey(kOruLauncherKey))},
       {kUpdateInstallerKey, "single-holder lock", ReadSet(UpdaterLockKey(kUpdateInstallerKey))},
