@@ -155,7 +155,12 @@ bool FindFolderPath(FolderDomain domain, FolderType type, std::string& out) {
   return FindFolder(domain, type, /*create=*/true, out);
 }
 
-bool FindSystemFolder(SystemFolderKind kind, std::string& out, bool create) {
+namespace {
+
+// Kind 14 ("/") is answered at once; any other kind is looked up with
+// `look_up` on its domain and type. Unknown kinds fail.
+template <typename LookUp>
+bool ResolveSystemFolder(SystemFolderKind kind, std::string& out, LookUp look_up) {
   if (kind == SystemFolderKind::kRoot) {
     out = "/";
     return true;
@@ -165,20 +170,21 @@ bool FindSystemFolder(SystemFolderKind kind, std::string& out, bool create) {
     return false;
   }
   const FolderSpec& spec = kSystemFolderKinds[static_cast<size_t>(number)];
-  return FindFolder(spec.domain, spec.type, create, out);
+  return look_up(spec.domain, spec.type);
+}
+
+} // namespace
+
+bool FindSystemFolder(SystemFolderKind kind, std::string& out, bool create) {
+  return ResolveSystemFolder(kind, out, [&](FolderDomain domain, FolderType type) {
+    return FindFolder(domain, type, create, out);
+  });
 }
 
 bool SystemFolderPathOf(SystemFolderKind kind, std::string& out) {
-  if (kind == SystemFolderKind::kRoot) {
-    out = "/";
-    return true;
-  }
-  const int number = static_cast<int>(kind);
-  if (number < 0 || number >= static_cast<int>(kSystemFolderKinds.size())) {
-    return false;
-  }
-  const FolderSpec& spec = kSystemFolderKinds[static_cast<size_t>(number)];
-  return FolderPathOf(spec.domain, spec.type, out);
+  return ResolveSystemFolder(kind, out, [&](FolderDomain domain, FolderType type) {
+    return FolderPathOf(domain, type, out);
+  });
 }
 
 void GetUserNuvexSupportFolder(std::string& out) {

@@ -1,5 +1,6 @@
 #include "tests/e2e/e2e_support.h"
 
+#include "locks/resource_locker.h"
 #include "platform/fs_ops.h"
 #include "platform/paths.h"
 
@@ -8,6 +9,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <poll.h>
+#include <signal.h>
 #include <sys/sem.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -23,6 +25,18 @@ oru_testing::ChildProgram Start(const std::string& program,
 
 int Wait(oru_testing::ChildProgram& child) {
   return oru_testing::FinishProgram(child);
+}
+
+bool LeaveStalePrefsLock(const std::string& prefs_path) {
+  const pid_t child = fork();
+  if (child == 0) {
+    esd::ResourceLocker locker(prefs_path, 3000);
+    locker.Lock();
+    raise(SIGKILL);
+  }
+  int status = 0;
+  return child > 0 && waitpid(child, &status, 0) == child && WIFSIGNALED(status) &&
+         WTERMSIG(status) == SIGKILL;
 }
 
 bool WaitForWaiters(int semaphore_set, int count) {

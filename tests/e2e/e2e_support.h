@@ -22,6 +22,10 @@ bool WaitForWaiters(int semaphore_set, int count);
 
 bool SetExists(key_t key);
 
+// Leaves the preferences lock of `prefs_path` stale: a process takes it and
+// is killed holding it. False when that did not happen.
+bool LeaveStalePrefsLock(const std::string& prefs_path);
+
 // Names of POSIX named semaphores left in /dev/shm.
 std::vector<std::string> NamedSemaphores();
 

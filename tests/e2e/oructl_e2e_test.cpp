@@ -55,15 +55,7 @@ protected:
   // A process that took the preferences lock and was killed holding it.
   void LeaveStalePrefsLock() {
     ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
-    const pid_t child = fork();
-    if (child == 0) {
-      esd::ResourceLocker locker(PrefsPath(), 3000);
-      locker.Lock();
-      raise(SIGKILL);
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    ASSERT_TRUE(WIFSIGNALED(status));
+    ASSERT_TRUE(e2e::LeaveStalePrefsLock(PrefsPath()));
   }
 };
 

@@ -162,15 +162,7 @@ TEST_F(OructlReadOnlyTest, WhenTheInstallerIsGone) {
 
 TEST_F(OructlReadOnlyTest, WithAStalePreferencesLock) {
   WritePrefs("<LogLevel>3</LogLevel>");
-  const pid_t child = fork();
-  if (child == 0) {
-    esd::ResourceLocker locker(PrefsPath(), 3000);
-    locker.Lock();
-    raise(SIGKILL);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
-  ASSERT_TRUE(WIFSIGNALED(status));
+  ASSERT_TRUE(e2e::LeaveStalePrefsLock(PrefsPath()));
   ExpectEveryLookChangesNothing();
   EXPECT_TRUE(esd::ResourceLocker::IsHeldByAnyone(PrefsPath()));
 }
