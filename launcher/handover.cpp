@@ -15,6 +15,8 @@ const char kSyncOruLauncherWaitKey[] = "VelUpdater1_Sync_OruLauncherWait";
 const char kUpdateInstallerKey[] = "VelUpdater1_Update_Installer";
 const char kSyncUInstPostSelfUpdateWaitKey[] =
     "VelUpdater1_Sync_UpdateInstaller_PostSelfUpdateWait";
+const char kLauncherWaitsLine[] = "Oru Launcher  : Acquiring kSyncOruLauncherWaitKey Lock.";
+const char kLauncherStartsZeltoLine[] = "Oru Launcher : Zelto executable path is ";
 
 namespace {
 
@@ -118,7 +120,7 @@ void StartZelto(const HandOverPlan& plan) {
   }
   platform::Credentials zelto_user;
   const bool as_user = ZeltoUserFor(plan.handedFolder.value_or(""), zelto_user);
-  UpdaterLogValue(kLauncherLines, "Oru Launcher : Zelto executable path is ", plan.argv[0]);
+  UpdaterLogValue(kLauncherLines, kLauncherStartsZeltoLine, plan.argv[0]);
   UpdaterLogClose();
 
   const bool launched = LaunchZelto(plan.argv[0], gZeltoArguments, as_user ? &zelto_user : nullptr);
@@ -143,7 +145,7 @@ int RunHandOver() {
     return 0;
   }
   Log("Oru Launcher : Acquired lock NuvexUpdaterUtils::kOruLauncherKey sucessfully.");
-  Log("Oru Launcher  : Acquiring kSyncOruLauncherWaitKey Lock.");
+  Log(kLauncherWaitsLine);
   // Waits for the installer's post; stops waiting if the installer is gone,
   // since then nobody will post.
   NuvexUpdaterSyncWaitLockAcquire(kSyncOruLauncherWaitKey, &InstallerRunning);

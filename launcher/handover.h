@@ -12,6 +12,11 @@ extern const char kSyncOruLauncherWaitKey[];         // "VelUpdater1_Sync_OruLau
 extern const char kUpdateInstallerKey[];             // "VelUpdater1_Update_Installer"
 extern const char kSyncUInstPostSelfUpdateWaitKey[]; // "...UpdateInstaller_PostSelfUpdateWait"
 
+// The log line written just before the launcher waits for the installer's
+// post, and the start of the one written just before it starts Zelto.
+extern const char kLauncherWaitsLine[];
+extern const char kLauncherStartsZeltoLine[];
+
 // The arguments Zelto is started with: four fixed ones, the user-local path
 // in slot 4 when known, and the terminating null in slot 5.
 extern char* gZeltoArguments[6];

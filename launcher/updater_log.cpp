@@ -14,7 +14,6 @@
 
 namespace {
 
-const char kTargetName[] = "UPDATER";
 const char kApplicationVersion[] = "10.0.0.22";
 
 // Facade level 1..10 -> library level; 10 maps to 0 on purpose.
@@ -28,7 +27,7 @@ struct FacadeState {
   // lines; they are unregistered and destroyed when the process ends.
   ~FacadeState() {
     for (auto& target : replaced) {
-      oobe::LogManager::Instance().RemoveTarget(kTargetName, target.get());
+      oobe::LogManager::Instance().RemoveTarget(kUpdaterLogName, target.get());
     }
   }
 
@@ -82,6 +81,7 @@ void WriteEarlyStoreLines() {
 
 } // namespace
 
+const char kUpdaterLogName[] = "UPDATER";
 const char kUpdaterLogBeginBanner[] = ">>> Nuvex Updater Log Begin >>>";
 const char kUpdaterLogEndBanner[] = "<<< Nuvex Updater Log End <<<";
 
@@ -135,7 +135,7 @@ bool UpdaterLogStart() {
   if (path.empty() || !refusal.empty()) {
     path = UpdaterDefaultLogFile();
   }
-  UpdaterLogOpen(path, level, "", "UPDATER", "SHARED");
+  UpdaterLogOpen(path, level, "", kUpdaterLogName, "SHARED");
   UpdaterLogText(1, "Application Version: ", kApplicationVersion);
   UpdaterLogValue(2, "cmdline option: -logFile", path);
   UpdaterLogInt(2, "cmdline option: -logLevel", level);
@@ -156,7 +156,7 @@ bool UpdaterLogOpen(const std::string& path, int level, const std::string& field
   if (state.target) {
     state.replaced.emplace_back(state.target);
   }
-  auto* target = new oobe::LogTargetDefault(kTargetName);
+  auto* target = new oobe::LogTargetDefault(kUpdaterLogName);
   state.target = target;
   target->SetLevel(UpdaterLogLibraryLevel(level));
   bool placed = false;
@@ -181,7 +181,7 @@ void UpdaterLogClose() {
     return;
   }
   UpdaterLogWrite(1, std::string(kUpdaterLogEndBanner) + "\n\n");
-  oobe::LogManager::Instance().RemoveTarget(kTargetName, state.target);
+  oobe::LogManager::Instance().RemoveTarget(kUpdaterLogName, state.target);
   delete state.target;
   state.target = nullptr;
 }
@@ -192,7 +192,7 @@ void UpdaterLogWrite(int level, const std::string& message) {
     return;
   }
   oobe::LogManager::Instance().Write(
-      kTargetName, UpdaterLogLibraryLevel(level), state.fields[0].c_str(), state.fields[1].c_str(),
+      kUpdaterLogName, UpdaterLogLibraryLevel(level), state.fields[0].c_str(), state.fields[1].c_str(),
       state.fields[2].c_str(), state.fields[3].c_str(), "", "", message.c_str(), 0);
 }
 

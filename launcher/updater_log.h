@@ -15,6 +15,10 @@
 extern const char kUpdaterLogBeginBanner[]; // ">>> Nuvex Updater Log Begin >>>"
 extern const char kUpdaterLogEndBanner[];   // "<<< Nuvex Updater Log End <<<"
 
+// The name of the log target, which is also the second field of every
+// record the updater log writes ("UPDATER").
+extern const char kUpdaterLogName[];
+
 // The library level of a facade level: 1-10 from the table, 30 otherwise.
 int32_t UpdaterLogLibraryLevel(int level);
 

@@ -55,10 +55,15 @@ bool CommandLine::Parse(const std::vector<std::string>& arguments) {
   }
   argv.push_back(nullptr);
   std::vector<struct option> table;
+  std::string short_options = "-:h";
   for (size_t index = 0; index < options_.size(); ++index) {
     table.push_back({options_[index].name.c_str(),
                      options_[index].takesValue ? required_argument : no_argument, nullptr,
                      static_cast<int>(256 + index)});
+    if (options_[index].shortName) {
+      short_options += options_[index].shortName;
+      short_options += options_[index].takesValue ? ":" : "";
+    }
   }
   table.push_back({nullptr, 0, nullptr, 0});
   std::vector<std::string> known;
@@ -71,8 +76,8 @@ bool CommandLine::Parse(const std::vector<std::string>& arguments) {
   opterr = 0;
   optind = 0;
   int found = 0;
-  while ((found = getopt_long(static_cast<int>(argv.size() - 1), argv.data(), "-:h", table.data(),
-                              nullptr)) != -1) {
+  while ((found = getopt_long(static_cast<int>(argv.size() - 1), argv.data(), short_options.c_str(),
+                              table.data(), nullptr)) != -1) {
     const std::string given = argv[std::max(1, optind - 1)];
     if (found == 1) {
       words_.push_back(Unmarked(optarg));
@@ -87,8 +92,12 @@ bool CommandLine::Parse(const std::vector<std::string>& arguments) {
       error_ = "unknown option '" + name + "'" + DidYouMean(name, known);
       return false;
     } else {
-      const OptionSpec& option = options_[static_cast<size_t>(found - 256)];
-      values_[option.name] = optarg ? Unmarked(optarg) : "";
+      const OptionSpec* option = nullptr;
+      for (const OptionSpec& known_option : options_) {
+        option = known_option.shortName == found ? &known_option : option;
+      }
+      option = found >= 256 ? &options_[static_cast<size_t>(found - 256)] : option;
+      values_[option->name] = optarg ? Unmarked(optarg) : "";
     }
   }
   for (int index = optind; index < static_cast<int>(argv.size() - 1); ++index) {

@@ -1,6 +1,6 @@
 // The command lines of the tools, read one way through getopt_long: long
-// options as "--name value" or "--name=value", "-h" for "--help", "--" ending
-// the options, words anywhere else. A mistake is one line that says what was
+// options as "--name value" or "--name=value", short ones as "-x value" or
+// "-xvalue", "-h" for "--help", "--" ending the options, words anywhere else. A mistake is one line that says what was
 // wrong and, for a misspelt option, which one was meant.
 #ifndef ORU_TOOLS_COMMON_COMMAND_LINE_H
 #define ORU_TOOLS_COMMON_COMMAND_LINE_H
@@ -14,6 +14,7 @@ namespace oru_tools {
 struct OptionSpec {
   std::string name; // without the dashes
   bool takesValue = false;
+  char shortName = '\0'; // "-x" for the same option, when not '\0'
 };
 
 class CommandLine {

@@ -1,6 +1,10 @@
 #include "tools/oructl/oructl.h"
 
+#include "platform/paths.h"
+
 #include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
 
 namespace oructl {
 
@@ -23,6 +27,16 @@ bool BeginCommand(const Arguments& arguments, const char* usage,
     return false;
   }
   return true;
+}
+
+std::string AbsolutePath(const std::string& path) {
+  if (path.empty() || path[0] == '/') {
+    return path;
+  }
+  char* here = getcwd(nullptr, 0);
+  const std::string absolute = here ? platform::JoinPath(here, path) : path;
+  std::free(here);
+  return absolute;
 }
 
 int FailUnexpected(const oru_tools::CommandLine& line, const char* command) {

@@ -1,15 +1,17 @@
-// oructl log [sessions]: the updater log as records, filtered, or split into
-// launcher runs.
-#include "esd/updater_prefs.h"
-#include "launcher/updater_log.h"
+// oructl log: the updater log as records, filtered, from the end, or as it
+// grows. "log sessions" and "log write" live in files of their own.
 #include "tools/common/json_output.h"
+#include "tools/common/terminal.h"
 #include "tools/oructl/ipc_state.h"
+#include "tools/oructl/log_follow.h"
 #include "tools/oructl/log_records.h"
 #include "tools/oructl/oructl.h"
 
+#include <cerrno>
 #include <cstdio>
-#include <map>
+#include <cstdlib>
 #include <string>
+#include <time.h>
 #include <vector>
 
 namespace oructl {
@@ -17,28 +19,52 @@ namespace oructl {
 namespace {
 
 const char kUsage[] =
-    "Usage: oructl log [--file PATH] [--level NAME] [--field TEXT] [--thread ID]\n"
-    "                  [--since TIME] [--until TIME] [--json]\n"
-    "       oructl log sessions [--file PATH] [--json]\n"
+    "Usage: oructl log [--file PATH] [-n N] [-f] [--level NAME] [--field TEXT]\n"
+    "                  [--thread ID] [--pid PID] [--since TIME] [--until TIME]\n"
+    "                  [--no-pager] [--json]\n"
+    "       oructl log sessions [--file PATH] [--timeline] [--json]\n"
+    "       oructl log write [--file PATH] [--level NAME] [MESSAGE...]\n"
     "\n"
     "Reads the updater log (the preference LogFile, or PATH) together with its\n"
     "rotated copies, oldest first, as records: time, level, six fields, thread\n"
-    "and message.\n"
+    "and message. The log is read as it streams, in the memory of a few records.\n"
     "\n"
+    "  -n, --lines N   only the last N records (that pass the filters), read\n"
+    "                  from the end of the log\n"
+    "  -f, --follow    after the records there are, print each new one as it is\n"
+    "                  written, across rotations, until interrupted\n"
     "  --level NAME    only records at NAME or above (TRACE DEBUG INFO WARN\n"
     "                  ERROR FATAL NONE)\n"
     "  --field TEXT    only records with a field equal to TEXT\n"
-    "  --thread ID     only records of that thread (a launcher's process id)\n"
-    "  --since TIME    only records at or after TIME (\"MM/DD/YY HH:MM:SS\")\n"
+    "  --thread ID     only records of that thread\n"
+    "  --pid PID       only records of that process: the log names the writing\n"
+    "                  thread, which for a process's main thread (the only one\n"
+    "                  the launcher has) is the process id\n"
+    "  --since TIME    only records at or after TIME\n"
     "  --until TIME    only records at or before TIME\n"
+    "  --no-pager      never page the output\n"
+    "  --json          records as JSON: one array, one record a line; with\n"
+    "                  --follow, one object a line (JSON Lines), as the stream\n"
+    "                  has no end\n"
+    "\n"
+    "TIME is local time unless it names its zone: \"2026-11-22\",\n"
+    "\"2026-11-22T10:00[:00]\" (or a blank for \"T\"), optionally with \"Z\" or\n"
+    "\"+01:00\"; \"now\", \"today\", \"yesterday\", \"tomorrow\"; \"-2h\", \"+30m\", \"-1d\",\n"
+    "\"-90s\", \"-1w\" from now; or \"MM/DD/YY HH:MM:SS\" as the log writes it.\n"
+    "\n"
+    "On a terminal, records are coloured by level (unless NO_COLOR is set) and\n"
+    "the output goes through $PAGER (less, with LESS=FRX when unset).\n"
     "\n"
     "\"log sessions\" splits the records into launcher runs by process, and\n"
-    "flags a run whose last record is not the log's end banner as unfinished.\n"
+    "flags a run whose last record is not the log's end banner as unfinished;\n"
+    "--timeline draws each run's phases with their durations.\n"
+    "\n"
+    "\"log write\" appends records through the logging library, under the log's\n"
+    "lock: the MESSAGE words as one record, or one record per line of standard\n"
+    "input. --level is INFO unless given.\n"
     "\n"
     "Exit status: 0 done (sessions: every run finished); 1 sessions: some run\n"
     "is unfinished; 2 usage, an unreadable log, or a line that is no log line.\n";
-
-constexpr time_t kSameRunGap = 60;
 
 struct Filters {
   int level = -1;
@@ -46,8 +72,8 @@ struct Filters {
   std::string thread;
   bool has_since = false;
   bool has_until = false;
-  time_t since = 0;
-  time_t until = 0;
+  int64_t since = 0;
+  int64_t until = 0;
 };
 
 bool Matches(const LogRecord& record, const Filters& filters) {
@@ -66,150 +92,199 @@ bool Matches(const LogRecord& record, const Filters& filters) {
   if (!filters.thread.empty() && record.thread != filters.thread) {
     return false;
   }
-  const time_t when = record.seconds;
-  return (!filters.has_since || when >= filters.since) &&
-         (!filters.has_until || when <= filters.until);
+  return (!filters.has_since || record.seconds >= filters.since) &&
+         (!filters.has_until || record.seconds <= filters.until);
 }
 
 oru_tools::Json RecordJson(const LogRecord& record) {
-  return {{"file", record.file},      {"line", record.line},     {"time", record.time},
-          {"level", record.level},    {"fields", record.fields}, {"thread", record.thread},
+  return {{"file", record.file},
+          {"line", record.line > 0 ? oru_tools::Json(record.line) : oru_tools::Json(nullptr)},
+          {"time", record.time},
+          {"level", record.level},
+          {"fields", record.fields},
+          {"thread", record.thread},
           {"message", record.message}};
 }
 
-struct Session {
-  std::string thread;
-  std::string first_time;
-  std::string last_time;
-  time_t last_seconds = 0;
-  int records = 0;
-  std::string last_message;
-  bool finished() const { return last_message.rfind(kUpdaterLogEndBanner, 0) == 0; }
+// Prints records as they come, in the chosen form.
+class RecordPrinter {
+public:
+  RecordPrinter(bool json, bool json_lines, bool colour)
+      : json_(json), json_lines_(json_lines), colour_(colour) {}
+
+  void Print(const LogRecord& record) {
+    ++printed_;
+    if (json_) {
+      const std::string text = oru_tools::JsonText(RecordJson(record));
+      if (json_lines_) {
+        std::printf("%s\n", text.c_str());
+      } else {
+        std::printf("%s%s", printed_ == 1 ? "[\n" : ",\n", text.c_str());
+      }
+    } else {
+      const char* colour = colour_ ? oru_tools::LevelColour(record.level) : "";
+      std::printf("%s%s%s\n", colour, record.text.c_str(), *colour ? oru_tools::kColourEnd : "");
+    }
+    if (json_lines_ || following_) {
+      std::fflush(stdout);
+    }
+  }
+
+  // Ends what was printed so far: the array, or "no entries" for a log
+  // that holds no records (filters that match none print nothing, as grep).
+  void Finish(bool log_has_records) {
+    if (json_ && !json_lines_) {
+      std::fputs(printed_ == 0 ? "[]\n" : "\n]\n", stdout);
+    } else if (!json_ && !log_has_records) {
+      std::puts("no entries");
+    }
+    std::fflush(stdout);
+  }
+  void StartFollowing() { following_ = true; }
+
+private:
+  bool json_;
+  bool json_lines_;
+  bool colour_;
+  bool following_ = false;
+  size_t printed_ = 0;
 };
 
-// A run is the records of one process; a process id seen again long after
-// its run ended starts a new run.
-std::vector<Session> SplitSessions(const std::vector<LogRecord>& records) {
-  std::vector<Session> sessions;
-  std::map<std::string, size_t> current;
-  for (const LogRecord& record : records) {
-    const time_t when = record.seconds;
-    const auto found = current.find(record.thread);
-    const bool continues =
-        found != current.end() && !(sessions[found->second].finished() &&
-                                    when - sessions[found->second].last_seconds >= kSameRunGap);
-    if (!continues) {
-      current[record.thread] = sessions.size();
-      sessions.push_back({record.thread, record.time, record.time, when, 0, ""});
-    }
-    Session& session = sessions[current[record.thread]];
-    session.last_time = record.time;
-    session.last_seconds = when;
-    session.last_message = record.message;
-    ++session.records;
+bool ReadTime(const oru_tools::CommandLine& line, const char* name, bool& has, int64_t& seconds) {
+  if (!line.Has(name)) {
+    return true;
   }
-  return sessions;
+  has = ParseLogTime(line.Value(name), static_cast<int64_t>(time(nullptr)), seconds);
+  if (!has) {
+    Fail(std::string("--") + name + " takes a time such as \"2026-11-22T10:00\", \"today\" or " +
+         "\"-2h\" (see --help), not '" + line.Value(name) + "'");
+  }
+  return has;
 }
 
-int PrintSessions(const std::vector<LogRecord>& records, bool json) {
-  const std::vector<Session> sessions = SplitSessions(records);
-  int unfinished = 0;
-  oru_tools::Json listed = oru_tools::Json::array();
-  std::string out;
-  for (const Session& session : sessions) {
-    unfinished += session.finished() ? 0 : 1;
-    listed.push_back({{"thread", session.thread},
-                      {"first", session.first_time},
-                      {"last", session.last_time},
-                      {"records", session.records},
-                      {"finished", session.finished()},
-                      {"last_message", session.last_message}});
-    out += "run " + session.thread + ": " + session.first_time + " .. " + session.last_time + ", " +
-           std::to_string(session.records) + " records, " +
-           (session.finished() ? "finished" : "UNFINISHED (last: " + session.last_message + ")") +
-           "\n";
+bool ReadFilters(const oru_tools::CommandLine& line, Filters& filters) {
+  filters.field = line.Value("field");
+  filters.thread = line.Has("pid") ? line.Value("pid") : line.Value("thread");
+  if (line.Has("level") && (filters.level = LevelRank(line.Value("level"))) < 0) {
+    Fail("unknown level '" + line.Value("level") + "'");
+    return false;
   }
-  if (json) {
-    oru_tools::PrintJson(listed);
+  return ReadTime(line, "since", filters.has_since, filters.since) &&
+         ReadTime(line, "until", filters.has_until, filters.until);
+}
+
+bool ReadCount(const oru_tools::CommandLine& line, long& count) {
+  count = -1;
+  if (!line.Has("lines")) {
+    return true;
+  }
+  char* end = nullptr;
+  errno = 0;
+  const std::string text = line.Value("lines");
+  count = std::strtol(text.c_str(), &end, 10);
+  if (errno != 0 || text.empty() || *end != '\0' || count < 0) {
+    Fail("-n takes a count of records, 0 or more, not '" + text + "'");
+    return false;
+  }
+  return true;
+}
+
+// The records, printed; then, with `follow`, every new one.
+int PrintRecords(const std::string& file, const Filters& filters, long count, bool follow,
+                 RecordPrinter& printer, bool json) {
+  const std::vector<std::string> files = LogFilesOf(file);
+  std::string error;
+  ReadPosition end;
+  const auto wanted = [&](const LogRecord& record) { return Matches(record, filters); };
+  bool log_has_records = false;
+  if (count >= 0) {
+    std::vector<LogRecord> last;
+    if (!LastRecords(files, static_cast<size_t>(count), wanted, json, last, error, &end)) {
+      return Fail(error);
+    }
+    for (const LogRecord& record : last) {
+      printer.Print(record);
+    }
+    const auto any = [](const LogRecord&) { return true; };
+    std::vector<LogRecord> one;
+    log_has_records = !last.empty() || (LastRecords(files, 1, any, false, one, error) && !one.empty());
   } else {
-    std::fputs(out.c_str(), stdout);
+    const auto print = [&](const LogRecord& record) {
+      log_has_records = true;
+      if (wanted(record)) {
+        printer.Print(record);
+      }
+      return true;
+    };
+    if (!ForEachRecord(files, print, error, &end)) {
+      return Fail(error);
+    }
   }
-  return unfinished == 0 ? kOk : kNegative;
+  if (!follow) {
+    printer.Finish(log_has_records);
+    return kOk;
+  }
+  std::fflush(stdout);
+  printer.StartFollowing();
+  const auto print_new = [&](const LogRecord& record) {
+    if (wanted(record)) {
+      printer.Print(record);
+    }
+    return true;
+  };
+  if (!FollowLog(file, end, print_new, error)) {
+    return Fail(error);
+  }
+  return kOk;
 }
 
 } // namespace
 
 int LogCommand(const Arguments& given) {
+  if (!given.empty() && given[0] == "write") {
+    return LogWriteCommand(Arguments(given.begin() + 1, given.end()));
+  }
+  if (!given.empty() && given[0] == "sessions") {
+    return LogSessionsCommand(Arguments(given.begin() + 1, given.end()));
+  }
   oru_tools::CommandLine line({});
   int status = kOk;
   if (!BeginCommand(given, kUsage,
                     {{"json", false},
                      {"file", true},
+                     {"lines", true, 'n'},
+                     {"follow", false, 'f'},
                      {"level", true},
                      {"field", true},
                      {"thread", true},
+                     {"pid", true},
                      {"since", true},
-                     {"until", true}},
+                     {"until", true},
+                     {"no-pager", false}},
                     line, status)) {
     return status;
   }
-  std::vector<std::string> words = line.words();
-  const bool sessions = !words.empty() && words[0] == "sessions";
-  if (sessions) {
-    words.erase(words.begin());
+  if (!line.words().empty()) {
+    return FailUnexpected(line, "log");
   }
-  if (!words.empty()) {
-    return Fail("unexpected '" + words[0] + "' (see oructl log --help)");
-  }
-  const bool json = line.Has("json");
-  std::string file = line.Value("file");
   Filters filters;
-  filters.field = line.Value("field");
-  filters.thread = line.Value("thread");
-  if (line.Has("level") && (filters.level = LevelRank(line.Value("level"))) < 0) {
-    return Fail("unknown level '" + line.Value("level") + "'");
+  long count = -1;
+  if (!ReadFilters(line, filters) || !ReadCount(line, count)) {
+    return kError;
   }
-  if (line.Has("since") &&
-      !(filters.has_since = ParseLogTime(line.Value("since"), filters.since))) {
-    return Fail("--since takes \"MM/DD/YY HH:MM:SS\", not '" + line.Value("since") + "'");
-  }
-  if (line.Has("until") &&
-      !(filters.has_until = ParseLogTime(line.Value("until"), filters.until))) {
-    return Fail("--until takes \"MM/DD/YY HH:MM:SS\", not '" + line.Value("until") + "'");
-  }
+  const std::string file = line.Has("file") ? line.Value("file") : UpdaterLogPath();
   if (file.empty()) {
-    file = UpdaterLogPath();
+    return Fail("no log file is configured");
   }
-  std::vector<LogRecord> records;
-  std::string error;
-  if (file.empty() || !ReadLogRecords(LogFilesOf(file), records, error)) {
-    return Fail(file.empty() ? "no log file is configured" : error);
+  const bool follow = line.Has("follow");
+  const bool json = line.Has("json");
+  // Colour is decided before the pager takes standard output over.
+  RecordPrinter printer(json, json && follow, !json && oru_tools::ColourWanted());
+  oru_tools::Pager pager;
+  if (!follow && !line.Has("no-pager")) {
+    pager.Start();
   }
-  if (records.empty() && !json) {
-    std::puts("no entries");
-    return kOk;
-  }
-  if (sessions) {
-    return PrintSessions(records, json);
-  }
-  oru_tools::Json listed = oru_tools::Json::array();
-  std::string out;
-  for (const LogRecord& record : records) {
-    if (!Matches(record, filters)) {
-      continue;
-    }
-    if (json) {
-      listed.push_back(RecordJson(record));
-    } else {
-      out += record.text + "\n";
-    }
-  }
-  if (json) {
-    oru_tools::PrintJson(listed);
-  } else {
-    std::fwrite(out.data(), 1, out.size(), stdout);
-  }
-  return kOk;
+  return PrintRecords(file, filters, count, follow, printer, json);
 }
 
 } // namespace oructl

@@ -24,6 +24,8 @@ int DoctorCommand(const Arguments& arguments);
 int PrefsCommand(const Arguments& arguments);
 int UnlockPrefsCommand(const Arguments& arguments);
 int LogCommand(const Arguments& arguments);
+int LogSessionsCommand(const Arguments& arguments);
+int LogWriteCommand(const Arguments& arguments);
 
 // A one-line error on standard error; returns kError.
 int Fail(const std::string& message);
@@ -34,6 +36,9 @@ int Fail(const std::string& message);
 bool BeginCommand(const Arguments& arguments, const char* usage,
                   std::vector<oru_tools::OptionSpec> options, oru_tools::CommandLine& line,
                   int& status);
+// A path given on the command line, made absolute against the working
+// folder (the file primitives take absolute paths only).
+std::string AbsolutePath(const std::string& path);
 // The error for words a command does not take.
 int FailUnexpected(const oru_tools::CommandLine& line, const char* command);
 

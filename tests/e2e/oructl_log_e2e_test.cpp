@@ -1,0 +1,377 @@
+// oructl log as a person uses it: from the end, following the log across a
+// rotation, by time, on a terminal, writing records, and runs as timelines.
+#include "oobe/log_line.h"
+#include "testing/child_process.h"
+#include "testing/sandbox.h"
+#include "tests/e2e/e2e_fixture.h"
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <poll.h>
+#include <pty.h>
+#include <signal.h>
+#include <string>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using oru_testing::ChildProgram;
+
+struct Result {
+  int exit_code = -1;
+  std::string output;
+};
+
+Result Oructl(const std::vector<std::string>& arguments, int input = -1) {
+  ChildProgram child = oru_testing::StartProgram(ORU_ORUCTL, arguments, input);
+  Result result;
+  result.output = oru_testing::ReadAll(child);
+  result.exit_code = oru_testing::FinishProgram(child);
+  return result;
+}
+
+std::string LogLine(const std::string& time, const std::string& thread, const std::string& level,
+                    const std::string& message, const std::string& program = "UPDATER") {
+  return time + " | [" + level + "] |  | " + program + " | SHARED |  |  |  | " + thread + " | " +
+         message + "\n";
+}
+
+// The time as the log writes it, `seconds_ago` before now.
+std::string TimeAgo(int64_t seconds_ago) {
+  std::string text;
+  oobe::AppendTimestamp(static_cast<int64_t>(time(nullptr)) - seconds_ago, 0, text);
+  return text;
+}
+
+std::string Formatted(int64_t seconds_ago, const char* format, bool utc) {
+  const time_t when = time(nullptr) - seconds_ago;
+  struct tm parts = {};
+  if (utc) {
+    gmtime_r(&when, &parts);
+  } else {
+    localtime_r(&when, &parts);
+  }
+  char text[64];
+  strftime(text, sizeof text, format, &parts);
+  return text;
+}
+
+std::vector<std::string> Lines(const std::string& text) {
+  std::vector<std::string> lines;
+  size_t start = 0;
+  for (size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
+    lines.push_back(text.substr(start, end - start));
+  }
+  return lines;
+}
+
+// Reads a follower's output a line at a time, waiting at most 10 s for each.
+class LineWaiter {
+public:
+  explicit LineWaiter(int fd) : fd_(fd) {}
+  bool Next(std::string& line) {
+    while (true) {
+      const size_t newline = buffer_.find('\n');
+      if (newline != std::string::npos) {
+        line = buffer_.substr(0, newline);
+        buffer_.erase(0, newline + 1);
+        return true;
+      }
+      struct pollfd ready = {fd_, POLLIN, 0};
+      char block[4096];
+      ssize_t got = 0;
+      if (poll(&ready, 1, 10000) != 1 || (got = read(fd_, block, sizeof block)) <= 0) {
+        return false;
+      }
+      buffer_.append(block, static_cast<size_t>(got));
+    }
+  }
+  // The next line that holds `part`, the lines before it collected.
+  bool Until(const std::string& part, std::vector<std::string>& seen) {
+    std::string line;
+    while (Next(line)) {
+      seen.push_back(line);
+      if (line.find(part) != std::string::npos) {
+        return true;
+      }
+    }
+    return false;
+  }
+
+private:
+  int fd_;
+  std::string buffer_;
+};
+
+// Runs oructl on a new terminal with `environment` added; what it shows.
+std::string OnATerminal(const std::vector<std::string>& arguments,
+                        const std::vector<std::string>& environment) {
+  int terminal = -1;
+  const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+  if (child == 0) {
+    for (const std::string& setting : environment) {
+      putenv(const_cast<char*>(setting.c_str()));
+    }
+    std::vector<char*> argv{const_cast<char*>(ORU_ORUCTL)};
+    for (const std::string& argument : arguments) {
+      argv.push_back(const_cast<char*>(argument.c_str()));
+    }
+    argv.push_back(nullptr);
+    execv(ORU_ORUCTL, argv.data());
+    _exit(127);
+  }
+  std::string shown;
+  char block[4096];
+  struct pollfd ready = {terminal, POLLIN, 0};
+  ssize_t got = 0;
+  // The terminal reports an error once the child and its pager are gone.
+  while (poll(&ready, 1, 10000) == 1 && (got = read(terminal, block, sizeof block)) > 0) {
+    shown.append(block, static_cast<size_t>(got));
+  }
+  close(terminal);
+  waitpid(child, nullptr, 0);
+  return shown;
+}
+
+class OructlLogTest : public e2e::E2eTest {
+protected:
+  std::string Log() const { return sandbox_->Path("oruu.log"); }
+};
+
+TEST_F(OructlLogTest, LastRecordsAreReadFromTheEndAcrossTheRotatedCopies) {
+  std::string older;
+  std::string newer;
+  for (int index = 0; index < 300; ++index) {
+    const std::string line =
+        LogLine("11/22/26 10:00:00:000", "7", index % 3 == 0 ? "WARN" : "INFO",
+                "record " + std::to_string(index) + (index % 50 == 1 ? "\nwith a second line" : ""));
+    (index < 200 ? older : newer) += line;
+  }
+  oru_testing::WriteFile(sandbox_->Path("oruu 2026-11-22 09-00-00.log"), older);
+  oru_testing::WriteFile(Log(), newer);
+
+  const std::vector<std::string> all = Lines(Oructl({"log", "--file", Log()}).output);
+  const Result last = Oructl({"log", "--file", Log(), "-n", "3"});
+  EXPECT_EQ(last.exit_code, 0);
+  EXPECT_EQ(Lines(last.output), std::vector<std::string>(all.end() - 3, all.end()));
+  // 110 records reach back into the copy; records 201 and 251 have two lines.
+  const std::vector<std::string> reaching = Lines(Oructl({"log", "--file", Log(), "-n110"}).output);
+  ASSERT_EQ(reaching.size(), 110u + 2u);
+  EXPECT_EQ(reaching, std::vector<std::string>(all.end() - 112, all.end()));
+
+  // With a filter: the last two WARN records, and their line numbers as a
+  // whole read counts them.
+  const auto whole = nlohmann::json::parse(Oructl({"log", "--file", Log(), "--json"}).output);
+  const auto warns =
+      nlohmann::json::parse(Oructl({"log", "--file", Log(), "--level=WARN", "-n", "2", "--json"}).output);
+  ASSERT_EQ(warns.size(), 2u);
+  EXPECT_EQ(warns[0]["message"], "record 294");
+  EXPECT_EQ(warns[1]["message"], "record 297");
+  for (const auto& record : whole) {
+    if (record["message"] == "record 294") {
+      EXPECT_EQ(warns[0]["line"], record["line"]);
+      EXPECT_EQ(warns[0]["file"], record["file"]);
+    }
+  }
+  EXPECT_EQ(Oructl({"log", "--file", Log(), "-n", "0"}).output, "");
+  EXPECT_EQ(Oructl({"log", "--file", Log(), "-n", "x"}).exit_code, 2);
+}
+
+TEST_F(OructlLogTest, FollowShowsRecordsWrittenBeforeAndAfterARotation) {
+  // Past the 10 MiB at which a writer at INFO sets the log aside.
+  std::string big;
+  const std::string filler = LogLine("11/22/26 10:00:00:000", "7", "INFO", std::string(200, 'x'));
+  while (big.size() < 10u * 1024 * 1024) {
+    big += filler;
+  }
+  oru_testing::WriteFile(Log(), big + LogLine("11/22/26 10:00:01:000", "7", "INFO", "the last"));
+
+  ChildProgram follower = oru_testing::StartProgram(ORU_ORUCTL, {"log", "-f", "-n", "1", "--file", Log()});
+  LineWaiter output(fileno(follower.output));
+  std::vector<std::string> seen;
+  ASSERT_TRUE(output.Until("the last", seen));
+  EXPECT_EQ(seen.size(), 1u);
+
+  // The first writer finds the log too large, rotates it and then writes.
+  ASSERT_EQ(Oructl({"log", "write", "--file", Log(), "after the rotation"}).exit_code, 0);
+  ASSERT_EQ(Oructl({"log", "write", "--file", Log(), "and one more"}).exit_code, 0);
+  seen.clear();
+  ASSERT_TRUE(output.Until("and one more", seen));
+  int rotated = 0;
+  int filler_lines = 0;
+  for (const std::string& line : seen) {
+    rotated += line.find("after the rotation") != std::string::npos ? 1 : 0;
+    filler_lines += line.find("xxxxxxxx") != std::string::npos ? 1 : 0;
+  }
+  EXPECT_EQ(rotated, 1);
+  EXPECT_EQ(filler_lines, 0) << "the copy set aside was shown again";
+  std::vector<std::string> copies = Lines(Oructl({"log", "--file", Log(), "-n", "1"}).output);
+  ASSERT_EQ(copies.size(), 1u);
+  EXPECT_NE(copies[0].find("and one more"), std::string::npos);
+
+  kill(follower.pid, SIGTERM);
+  EXPECT_EQ(oru_testing::FinishProgram(follower), -SIGTERM);
+}
+
+TEST_F(OructlLogTest, SinceAndUntilTakeIsoDaysAndRelativeTimes) {
+  oru_testing::WriteFile(Log(), LogLine(TimeAgo(3 * 3600), "1", "INFO", "three hours ago") +
+                                    LogLine(TimeAgo(90 * 60), "2", "INFO", "ninety minutes ago") +
+                                    LogLine(TimeAgo(60), "1", "INFO", "a minute ago"));
+  const auto messages = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"log", "--file", Log(), "--json"});
+    std::vector<std::string> found;
+    for (const auto& record : nlohmann::json::parse(Oructl(arguments).output)) {
+      found.push_back(record["message"]);
+    }
+    return found;
+  };
+  using Messages = std::vector<std::string>;
+  EXPECT_EQ(messages({"--since", "-2h"}), (Messages{"ninety minutes ago", "a minute ago"}));
+  EXPECT_EQ(messages({"--until", "-1h"}), (Messages{"three hours ago", "ninety minutes ago"}));
+  EXPECT_EQ(messages({"--since", "-100m", "--until", "-10m"}), (Messages{"ninety minutes ago"}));
+  EXPECT_EQ(messages({"--since", "yesterday"}).size(), 3u);
+  EXPECT_EQ(messages({"--since", "tomorrow"}).size(), 0u);
+  EXPECT_EQ(messages({"--until", "now"}).size(), 3u);
+  EXPECT_EQ(messages({"--since", Formatted(2 * 3600, "%Y-%m-%dT%H:%M:%S", false)}),
+            (Messages{"ninety minutes ago", "a minute ago"}));
+  EXPECT_EQ(messages({"--since", Formatted(2 * 3600, "%Y-%m-%d %H:%M", false)}),
+            (Messages{"ninety minutes ago", "a minute ago"}));
+  EXPECT_EQ(messages({"--since", Formatted(2 * 3600, "%Y-%m-%dT%H:%M:%SZ", true)}),
+            (Messages{"ninety minutes ago", "a minute ago"}));
+  EXPECT_EQ(messages({"--since", Formatted(2 * 3600, "%Y-%m-%dT%H:%M:%S+00:00", true)}),
+            (Messages{"ninety minutes ago", "a minute ago"}));
+  EXPECT_EQ(messages({"--pid", "1"}), (Messages{"three hours ago", "a minute ago"}));
+  for (const char* wrong : {"soonish", "-2x", "2026-13-01", "2026-11-22T10:00+25:00"}) {
+    EXPECT_EQ(Oructl({"log", "--file", Log(), "--since", wrong}).exit_code, 2) << wrong;
+  }
+}
+
+TEST_F(OructlLogTest, OnATerminalRecordsAreColouredByLevelAndPaged) {
+  oru_testing::WriteFile(Log(), LogLine("11/22/26 10:00:00:000", "1", "INFO", "calm") +
+                                    LogLine("11/22/26 10:00:01:000", "1", "WARN", "careful") +
+                                    LogLine("11/22/26 10:00:02:000", "1", "ERROR", "broken"));
+  const std::vector<std::string> pager = {"PAGER=sed s/^/paged:/", "TERM=xterm"};
+  const std::string paged = OnATerminal({"log", "--file", Log()}, pager);
+  EXPECT_NE(paged.find("paged:\x1b[1;33m11/22/26 10:00:01:000"), std::string::npos) << paged;
+  EXPECT_NE(paged.find("paged:\x1b[1;31m11/22/26 10:00:02:000"), std::string::npos) << paged;
+  EXPECT_NE(paged.find("paged:11/22/26 10:00:00:000"), std::string::npos) << paged;
+
+  const std::string unpaged = OnATerminal({"log", "--no-pager", "--file", Log()}, pager);
+  EXPECT_EQ(unpaged.find("paged:"), std::string::npos) << unpaged;
+  EXPECT_NE(unpaged.find("\x1b[1;33m"), std::string::npos) << unpaged;
+
+  const std::string plain =
+      OnATerminal({"log", "--file", Log()}, {"PAGER=sed s/^/paged:/", "TERM=xterm", "NO_COLOR=1"});
+  EXPECT_NE(plain.find("paged:11/22/26 10:00:01:000"), std::string::npos) << plain;
+  EXPECT_EQ(plain.find("\x1b["), std::string::npos) << plain;
+
+  // Not a terminal: neither colour nor pager.
+  EXPECT_EQ(Oructl({"log", "--file", Log()}).output.find('\x1b'), std::string::npos);
+}
+
+TEST_F(OructlLogTest, WriteAppendsWordsOrEachLineOfInputThroughTheLibrary) {
+  ASSERT_EQ(Oructl({"log", "write", "--file", Log(), "--level", "WARN", "two", "words"}).exit_code,
+            0);
+  int input[2];
+  ASSERT_EQ(pipe(input), 0);
+  ASSERT_EQ(write(input[1], "first line\nsecond line\n", 23), 23);
+  close(input[1]);
+  ASSERT_EQ(Oructl({"log", "write", "--file", Log(), "--tag", "SCRIPT"}, input[0]).exit_code, 0);
+  close(input[0]);
+  const auto records = nlohmann::json::parse(Oructl({"log", "--file", Log(), "--json"}).output);
+  std::vector<std::string> messages;
+  for (const auto& record : records) {
+    messages.push_back(record["message"]);
+  }
+  // The library may open the log with its header block; the records follow it.
+  ASSERT_GE(messages.size(), 3u);
+  EXPECT_EQ(std::vector<std::string>(messages.end() - 3, messages.end()),
+            (std::vector<std::string>{"two words", "first line", "second line"}));
+  const auto& last = records[records.size() - 1];
+  EXPECT_EQ(last["level"], "INFO");
+  EXPECT_EQ(last["fields"][1], "SCRIPT");
+  EXPECT_EQ(records[records.size() - 3]["level"], "WARN");
+  // Records of other programs make no launcher run.
+  EXPECT_EQ(Oructl({"log", "sessions", "--file", Log()}).output, "no entries\n");
+
+  EXPECT_EQ(Oructl({"log", "write", "--file", Log(), "--level", "LOUD", "x"}).exit_code, 2);
+  EXPECT_EQ(Oructl({"log", "write", "--file", sandbox_->Path("no/such/folder/x.log"), "x"}).exit_code,
+            2);
+}
+
+TEST_F(OructlLogTest, WritersInManyProcessesLoseAndTearNothing) {
+  constexpr int kWriters = 8;
+  constexpr int kLines = 50;
+  std::vector<ChildProgram> writers;
+  for (int writer = 0; writer < kWriters; ++writer) {
+    int input[2];
+    ASSERT_EQ(pipe(input), 0);
+    std::string text;
+    for (int line = 0; line < kLines; ++line) {
+      text += "writer " + std::to_string(writer) + " line " + std::to_string(line) + "\n";
+    }
+    ASSERT_EQ(write(input[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    close(input[1]);
+    writers.push_back(oru_testing::StartProgram(ORU_ORUCTL, {"log", "write", "--file", Log()},
+                                                input[0]));
+    close(input[0]);
+  }
+  for (ChildProgram& writer : writers) {
+    EXPECT_EQ(oru_testing::FinishProgram(writer), 0);
+  }
+  const Result read = Oructl({"log", "--file", Log(), "--json"});
+  ASSERT_EQ(read.exit_code, 0) << "a torn line would not parse";
+  std::vector<int> next(kWriters, 0);
+  for (const auto& record : nlohmann::json::parse(read.output)) {
+    int writer = -1;
+    int line = -1;
+    if (std::sscanf(record["message"].get<std::string>().c_str(), "writer %d line %d", &writer,
+                    &line) == 2) {
+      ASSERT_EQ(line, next[writer]) << "writer " << writer << " lost or reordered a line";
+      ++next[writer];
+    }
+  }
+  EXPECT_EQ(next, std::vector<int>(kWriters, kLines));
+}
+
+TEST_F(OructlLogTest, SessionTimelineShowsEachPhaseWithItsDuration) {
+  oru_testing::WriteFile(
+      Log(),
+      LogLine("11/22/26 10:00:00:000", "5", "INFO", ">>> Nuvex Updater Log Begin >>>") +
+          LogLine("11/22/26 10:00:00:020", "5", "INFO",
+                  "Oru Launcher  : Acquiring kSyncOruLauncherWaitKey Lock.") +
+          LogLine("11/22/26 10:00:00:500", "9", "INFO", "a script", "SCRIPT") +
+          LogLine("11/22/26 10:00:01:520", "5", "INFO",
+                  "Oru Launcher : Zelto executable path is  = /z") +
+          LogLine("11/22/26 10:00:01:524", "5", "INFO", "<<< Nuvex Updater Log End <<<") + "\n\n");
+  const Result text = Oructl({"log", "sessions", "--timeline", "--file", Log()});
+  EXPECT_EQ(text.exit_code, 0);
+  const std::vector<std::string> lines = Lines(text.output);
+  ASSERT_EQ(lines.size(), 4u) << text.output;
+  EXPECT_EQ(lines[0].rfind("run 5: 11/22/26 10:00:00:000 .. 11/22/26 10:00:01:524, 4 records, "
+                           "finished",
+                           0),
+            0u);
+  EXPECT_EQ(lines[1].rfind("  start-up ", 0), 0u) << lines[1];
+  EXPECT_EQ(lines[1].substr(lines[1].size() - 7), "  20 ms");
+  EXPECT_EQ(lines[2].rfind("  waiting for the installer ", 0), 0u) << lines[2];
+  EXPECT_EQ(lines[2].substr(lines[2].size() - 9), "  1500 ms");
+  EXPECT_EQ(lines[3].rfind("  hand-over ", 0), 0u) << lines[3];
+  EXPECT_EQ(lines[3].substr(lines[3].size() - 6), "  4 ms");
+
+  const auto json =
+      nlohmann::json::parse(Oructl({"log", "sessions", "--timeline", "--json", "--file", Log()}).output);
+  ASSERT_EQ(json.size(), 1u);
+  EXPECT_EQ(json[0]["duration_ms"], 1524);
+  ASSERT_EQ(json[0]["phases"].size(), 3u);
+  EXPECT_EQ(json[0]["phases"][1]["name"], "waiting for the installer");
+  EXPECT_EQ(json[0]["phases"][1]["start_ms"], 20);
+  EXPECT_EQ(json[0]["phases"][1]["duration_ms"], 1500);
+}
+
+} // namespace

@@ -1,0 +1,102 @@
+#include "tools/common/terminal.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace oru_tools {
+
+namespace {
+
+bool IsSet(const char* name) {
+  const char* value = std::getenv(name);
+  return value && *value;
+}
+
+} // namespace
+
+const char kColourEnd[] = "\x1b[0m";
+
+bool ColourWanted() {
+  const char* term = std::getenv("TERM");
+  return isatty(STDOUT_FILENO) && !IsSet("NO_COLOR") && !(term && std::strcmp(term, "dumb") == 0);
+}
+
+const char* LevelColour(const std::string& level_name) {
+  if (level_name == "FATAL" || level_name == "ERROR") {
+    return "\x1b[1;31m"; // bold red
+  }
+  if (level_name == "WARN") {
+    return "\x1b[1;33m"; // bold yellow
+  }
+  if (level_name == "DEBUG" || level_name == "TRACE") {
+    return "\x1b[2m"; // dim
+  }
+  return "";
+}
+
+void Pager::Start() {
+  if (!isatty(STDOUT_FILENO)) {
+    return;
+  }
+  const char* given = std::getenv("PAGER");
+  const std::string command = given ? given : "less";
+  if (command.empty() || command == "cat") {
+    return;
+  }
+  int data[2];
+  int started[2]; // closed on a successful exec; carries errno otherwise
+  if (pipe2(data, O_CLOEXEC) != 0) {
+    return;
+  }
+  if (pipe2(started, O_CLOEXEC) != 0) {
+    close(data[0]);
+    close(data[1]);
+    return;
+  }
+  std::fflush(stdout);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(data[0], STDIN_FILENO);
+    if (!given) {
+      setenv("LESS", "FRX", /*overwrite=*/0);
+    }
+    execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+    const int failure = errno;
+    (void)!write(started[1], &failure, sizeof failure);
+    _exit(127);
+  }
+  close(data[0]);
+  close(started[1]);
+  int failure = 0;
+  const bool exec_failed = child < 0 || read(started[0], &failure, sizeof failure) > 0;
+  close(started[0]);
+  if (exec_failed) {
+    if (child > 0) {
+      waitpid(child, nullptr, 0);
+    }
+    close(data[1]);
+    return;
+  }
+  dup2(data[1], STDOUT_FILENO);
+  close(data[1]);
+  pager_ = child;
+}
+
+Pager::~Pager() {
+  if (pager_ < 0) {
+    return;
+  }
+  std::fflush(stdout);
+  close(STDOUT_FILENO); // the pager sees the end of its input
+  // A pager quit early is fine; what was left unprinted is not needed.
+  while (waitpid(pager_, nullptr, 0) < 0 && errno == EINTR) {
+  }
+}
+
+} // namespace oru_tools

@@ -1,0 +1,163 @@
+#include "tools/oructl/log_follow.h"
+
+#include "platform/paths.h"
+
+#include <cerrno>
+#include <cstring>
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+
+namespace oructl {
+
+namespace {
+
+constexpr int kLookAgainMs = 1000;
+
+class Follower {
+public:
+  Follower(std::string live, const RecordAssembler::Sink& sink)
+      : live_(std::move(live)), sink_(sink) {}
+
+  bool Start(const ReadPosition& from, std::string& error) {
+    if (!OpenLogFile(live_, fd_, error)) {
+      return false;
+    }
+    struct stat info;
+    if (fd_.valid() && fstat(fd_.get(), &info) == 0 && from.exists &&
+        info.st_dev == from.device && info.st_ino == from.inode) {
+      position_ = from;
+    } else {
+      position_ = ReadPosition(); // a file read for the first time: from its start
+      position_.lines = 0;
+    }
+    return true;
+  }
+
+  // Reads what is new; false when the sink asked to stop or reading failed.
+  bool CatchUp(std::string& error) {
+    if (!fd_.valid()) {
+      return Reopen(error);
+    }
+    struct stat info;
+    if (fstat(fd_.get(), &info) != 0) {
+      error = "cannot read the log " + live_ + ": " + std::strerror(errno);
+      return false;
+    }
+    if (info.st_size < position_.offset) {
+      // Emptied by a rotation: what was written before it is in the copy.
+      if (!ReadRotatedRest(error)) {
+        return false;
+      }
+      position_.offset = 0;
+      position_.lines = 0;
+    }
+    if (!ReadFrom(fd_.get(), live_, position_, error)) {
+      return false;
+    }
+    return Reopen(error);
+  }
+
+private:
+  // Reads complete lines from `position` on and moves it past them.
+  bool ReadFrom(int fd, const std::string& file, ReadPosition& position, std::string& error) {
+    bool go_on = true;
+    RecordAssembler records(file, [&](const LogRecord& record) { return go_on = sink_(record); },
+                            position.lines);
+    LineReader lines(fd, position.offset);
+    std::string line;
+    off_t start = 0;
+    while (lines.Next(line, start, /*take_unfinished=*/false)) {
+      if (!records.Add(line, start)) {
+        error = records.error();
+        return false;
+      }
+    }
+    if (lines.failed()) {
+      error = "cannot read the log " + file + ": " + std::strerror(errno);
+      return false;
+    }
+    records.Flush();
+    position.offset = lines.offset();
+    position.lines = records.lines();
+    return go_on;
+  }
+
+  bool ReadRotatedRest(std::string& error) {
+    const std::vector<std::string> files = LogFilesOf(live_);
+    if (files.size() < 2) {
+      return true; // emptied without a copy: nothing more to read
+    }
+    platform::ScopedFd copy;
+    if (!OpenLogFile(files[files.size() - 2], copy, error)) {
+      return false;
+    }
+    struct stat info;
+    if (!copy.valid() || fstat(copy.get(), &info) != 0 || info.st_size < position_.offset) {
+      return true;
+    }
+    ReadPosition rest = position_;
+    return ReadFrom(copy.get(), files[files.size() - 2], rest, error);
+  }
+
+  // Moves to the file that now has the live log's name, when that is
+  // another file than the one read.
+  bool Reopen(std::string& error) {
+    platform::ScopedFd now;
+    if (!OpenLogFile(live_, now, error)) {
+      return false;
+    }
+    struct stat was;
+    struct stat is;
+    if (!now.valid() || fstat(now.get(), &is) != 0) {
+      return true; // gone for now: keep what is open and wait
+    }
+    if (fd_.valid() && fstat(fd_.get(), &was) == 0 && was.st_dev == is.st_dev &&
+        was.st_ino == is.st_ino) {
+      return true;
+    }
+    fd_ = std::move(now);
+    position_ = ReadPosition();
+    position_.lines = 0;
+    return ReadFrom(fd_.get(), live_, position_, error);
+  }
+
+  std::string live_;
+  const RecordAssembler::Sink& sink_;
+  platform::ScopedFd fd_;
+  ReadPosition position_;
+};
+
+} // namespace
+
+bool FollowLog(const std::string& live, ReadPosition from, const RecordAssembler::Sink& sink,
+               std::string& error) {
+  platform::ScopedFd events(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+  if (!events.valid()) {
+    error = std::string("cannot watch the log: ") + std::strerror(errno);
+    return false;
+  }
+  // The folder is watched rather than the file, so that a file made or
+  // replaced there is seen too. A folder that cannot be watched (not there
+  // yet) is looked at every second instead.
+  (void)inotify_add_watch(events.get(), platform::DirName(live).c_str(),
+                          IN_MODIFY | IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM |
+                              IN_CLOSE_WRITE | IN_ATTRIB);
+  Follower follower(live, sink);
+  if (!follower.Start(from, error)) {
+    return false;
+  }
+  while (follower.CatchUp(error)) {
+    struct pollfd ready = {events.get(), POLLIN, 0};
+    if (poll(&ready, 1, kLookAgainMs) < 0 && errno != EINTR) {
+      error = std::string("cannot watch the log: ") + std::strerror(errno);
+      return false;
+    }
+    char drained[4096];
+    while (read(events.get(), drained, sizeof drained) > 0) {
+    }
+  }
+  return error.empty();
+}
+
+} // namespace oructl

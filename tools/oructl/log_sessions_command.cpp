@@ -1,0 +1,212 @@
+// oructl log sessions: the updater log split into launcher runs, each
+// flagged finished or not, and with --timeline drawn as its phases.
+#include "launcher/handover.h"
+#include "launcher/updater_log.h"
+#include "tools/common/json_output.h"
+#include "tools/oructl/ipc_state.h"
+#include "tools/oructl/log_records.h"
+#include "tools/oructl/oructl.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace oructl {
+
+namespace {
+
+const char kUsage[] =
+    "Usage: oructl log sessions [--file PATH] [--timeline] [--json]\n"
+    "\n"
+    "Splits the updater log (the preference LogFile, or PATH, with its rotated\n"
+    "copies) into launcher runs by process, and flags a run whose last record\n"
+    "is not the log's end banner as unfinished. Only the updater's own records\n"
+    "(second field \"UPDATER\") make runs.\n"
+    "\n"
+    "  --timeline  draws each run's phases with their durations: start-up (to\n"
+    "              the wait for the installer), waiting for the installer, and\n"
+    "              the hand-over after it\n"
+    "\n"
+    "Exit status: 0 every run finished; 1 some run is unfinished; 2 usage, an\n"
+    "unreadable log, or a line that is no log line.\n";
+
+constexpr int64_t kSameRunGapSeconds = 60;
+constexpr int kBarWidth = 40;
+
+struct Session {
+  std::string thread;
+  std::string first_time;
+  std::string last_time;
+  int64_t first_ms = 0;
+  int64_t last_ms = 0;
+  int64_t wait_ms = -1;       // the launcher's wait line, when it came
+  int64_t after_wait_ms = -1; // the first record after it
+  int records = 0;
+  std::string last_message;
+  bool finished() const { return last_message.rfind(kUpdaterLogEndBanner, 0) == 0; }
+};
+
+struct Phase {
+  const char* name;
+  int64_t start_ms; // from the run's first record
+  int64_t duration_ms;
+};
+
+std::vector<Phase> PhasesOf(const Session& session) {
+  const int64_t first = session.first_ms;
+  const int64_t last = session.last_ms;
+  if (session.wait_ms < 0) {
+    return {{"run", 0, last - first}};
+  }
+  const int64_t woke = session.after_wait_ms < 0 ? last : session.after_wait_ms;
+  std::vector<Phase> phases = {{"start-up", 0, session.wait_ms - first},
+                               {"waiting for the installer", session.wait_ms - first,
+                                woke - session.wait_ms}};
+  if (session.after_wait_ms >= 0) {
+    phases.push_back({"hand-over", woke - first, last - woke});
+  }
+  return phases;
+}
+
+// Runs in the order they started. A run is the records the updater log of
+// one process wrote (other programs write the same file); a process id seen
+// again long after its run ended starts a new run.
+class SessionSplitter {
+public:
+  void Add(const LogRecord& record) {
+    if (record.fields[1] != kUpdaterLogName) {
+      return;
+    }
+    const auto found = current_.find(record.thread);
+    const bool continues =
+        found != current_.end() &&
+        !(sessions_[found->second].finished() &&
+          record.seconds - sessions_[found->second].last_ms / 1000 >= kSameRunGapSeconds);
+    if (!continues) {
+      current_[record.thread] = sessions_.size();
+      Session started;
+      started.thread = record.thread;
+      started.first_time = record.time;
+      started.first_ms = record.TimeMs();
+      sessions_.push_back(started);
+    }
+    Session& session = sessions_[current_[record.thread]];
+    if (session.wait_ms >= 0 && session.after_wait_ms < 0) {
+      session.after_wait_ms = record.TimeMs();
+    }
+    if (session.wait_ms < 0 && record.message == kLauncherWaitsLine) {
+      session.wait_ms = record.TimeMs();
+    }
+    session.last_time = record.time;
+    session.last_ms = record.TimeMs();
+    session.last_message = record.message;
+    ++session.records;
+  }
+  const std::vector<Session>& sessions() const { return sessions_; }
+
+private:
+  std::vector<Session> sessions_;
+  std::map<std::string, size_t> current_;
+};
+
+std::string Bar(const Phase& phase, int64_t total_ms) {
+  const int64_t scale = std::max<int64_t>(total_ms, 1);
+  int from = static_cast<int>(phase.start_ms * kBarWidth / scale);
+  int to = static_cast<int>((phase.start_ms + phase.duration_ms) * kBarWidth / scale);
+  from = std::min(from, kBarWidth - 1);
+  to = std::max(to, from + 1); // a phase is always seen, however short
+  std::string bar(kBarWidth, ' ');
+  std::fill(bar.begin() + from, bar.begin() + std::min(to, kBarWidth), '#');
+  return "[" + bar + "]";
+}
+
+std::string Timeline(const Session& session) {
+  std::string out;
+  const int64_t total = session.last_ms - session.first_ms;
+  for (const Phase& phase : PhasesOf(session)) {
+    char row[160];
+    std::snprintf(row, sizeof row, "  %-26s %s %8lld ms\n", phase.name,
+                  Bar(phase, total).c_str(), static_cast<long long>(phase.duration_ms));
+    out += row;
+  }
+  return out;
+}
+
+oru_tools::Json SessionJson(const Session& session, bool timeline) {
+  oru_tools::Json json = {{"thread", session.thread},
+                          {"first", session.first_time},
+                          {"last", session.last_time},
+                          {"records", session.records},
+                          {"finished", session.finished()},
+                          {"last_message", session.last_message}};
+  if (timeline) {
+    json["duration_ms"] = session.last_ms - session.first_ms;
+    oru_tools::Json phases = oru_tools::Json::array();
+    for (const Phase& phase : PhasesOf(session)) {
+      phases.push_back({{"name", phase.name},
+                        {"start_ms", phase.start_ms},
+                        {"duration_ms", phase.duration_ms}});
+    }
+    json["phases"] = phases;
+  }
+  return json;
+}
+
+std::string SessionText(const Session& session, bool timeline) {
+  std::string out =
+      "run " + session.thread + ": " + session.first_time + " .. " + session.last_time + ", " +
+      std::to_string(session.records) + " records, " +
+      (session.finished() ? "finished" : "UNFINISHED (last: " + session.last_message + ")") + "\n";
+  return timeline ? out + Timeline(session) : out;
+}
+
+} // namespace
+
+int LogSessionsCommand(const Arguments& given) {
+  oru_tools::CommandLine line({});
+  int status = kOk;
+  if (!BeginCommand(given, kUsage, {{"json", false}, {"file", true}, {"timeline", false}}, line,
+                    status)) {
+    return status;
+  }
+  if (!line.words().empty()) {
+    return FailUnexpected(line, "log sessions");
+  }
+  const std::string file = line.Has("file") ? line.Value("file") : UpdaterLogPath();
+  if (file.empty()) {
+    return Fail("no log file is configured");
+  }
+  SessionSplitter splitter;
+  std::string error;
+  const auto add = [&](const LogRecord& record) {
+    splitter.Add(record);
+    return true;
+  };
+  if (!ForEachRecord(LogFilesOf(file), add, error)) {
+    return Fail(error);
+  }
+  const bool json = line.Has("json");
+  const bool timeline = line.Has("timeline");
+  if (splitter.sessions().empty() && !json) {
+    std::puts("no entries");
+    return kOk;
+  }
+  int unfinished = 0;
+  oru_tools::Json listed = oru_tools::Json::array();
+  for (const Session& session : splitter.sessions()) {
+    unfinished += session.finished() ? 0 : 1;
+    if (json) {
+      listed.push_back(SessionJson(session, timeline));
+    } else {
+      std::fputs(SessionText(session, timeline).c_str(), stdout);
+    }
+  }
+  if (json) {
+    oru_tools::PrintJson(listed);
+  }
+  return unfinished == 0 ? kOk : kNegative;
+}
+
+} // namespace oructl

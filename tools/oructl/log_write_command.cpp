@@ -1,0 +1,109 @@
+// oructl log write: appends records to the shared log through the logging
+// library, as logger(1) does for syslog, so that scripts of the updater log
+// where the launcher logs, under the same lock and rotation.
+#include "launcher/updater_log.h"
+#include "oobe/levels.h"
+#include "oobe/log_manager.h"
+#include "oobe/log_target.h"
+#include "platform/paths.h"
+#include "tools/oructl/ipc_state.h"
+#include "tools/oructl/oructl.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace oructl {
+
+namespace {
+
+const char kUsage[] =
+    "Usage: oructl log write [--file PATH] [--level NAME] [--tag TEXT] [MESSAGE...]\n"
+    "\n"
+    "Appends records to the updater log (the preference LogFile, or PATH)\n"
+    "through the logging library, under the log's cross-process lock and with\n"
+    "its rotation: the MESSAGE words, joined by blanks, as one record, or\n"
+    "without them one record per line of standard input.\n"
+    "\n"
+    "  --level NAME  the records' level: TRACE DEBUG INFO WARN ERROR FATAL\n"
+    "                (default INFO)\n"
+    "  --tag TEXT    the records' second field, which names the program that\n"
+    "                wrote them (default \"oructl\"; the launcher's is\n"
+    "                \"UPDATER\", and only those records make launcher runs)\n"
+    "\n"
+    "Exit status: 0 written; 2 usage, or a log that cannot be opened.\n";
+
+const char kTargetName[] = "ORUCTL-WRITE";
+
+// The log target of this command, registered while it lives.
+class WriteTarget {
+public:
+  explicit WriteTarget(int32_t level) : target_(kTargetName) { target_.SetLevel(level); }
+  ~WriteTarget() {
+    if (registered_) {
+      oobe::LogManager::Instance().RemoveTarget(kTargetName, &target_);
+    }
+  }
+
+  bool Open(const std::string& path) {
+    const std::string folder = platform::DirName(path);
+    registered_ = target_.SetLogFile(platform::BaseName(path).c_str(), folder.c_str()) &&
+                  oobe::LogManager::Instance().AddTarget(&target_);
+    return registered_;
+  }
+
+private:
+  oobe::LogTargetDefault target_;
+  bool registered_ = false;
+};
+
+void Write(int32_t level, const std::string& tag, const std::string& message) {
+  oobe::LogManager::Instance().Write(kTargetName, level, "", tag.c_str(), "", "", "", "",
+                                     message.c_str(), 0);
+}
+
+
+} // namespace
+
+int LogWriteCommand(const Arguments& given) {
+  oru_tools::CommandLine line({});
+  int status = kOk;
+  if (!BeginCommand(given, kUsage, {{"file", true}, {"level", true}, {"tag", true}}, line,
+                    status)) {
+    return status;
+  }
+  const std::string level_name = line.Has("level") ? line.Value("level") : "INFO";
+  const int32_t level = oobe::LevelOfName(level_name);
+  if (level < oobe::kLevelTrace || level > oobe::kLevelFatal) {
+    return Fail("--level takes TRACE, DEBUG, INFO, WARN, ERROR or FATAL, not '" + level_name +
+                "'");
+  }
+  const std::string tag = line.Has("tag") ? line.Value("tag") : "oructl";
+  const std::string file = AbsolutePath(line.Has("file") ? line.Value("file") : UpdaterLogPath());
+  if (file.empty()) {
+    return Fail("no log file is configured");
+  }
+  WriteTarget target(level);
+  if (!target.Open(file)) {
+    return Fail("cannot open the log " + file);
+  }
+  if (!line.words().empty()) {
+    std::string message;
+    for (const std::string& word : line.words()) {
+      message += (message.empty() ? "" : " ") + word;
+    }
+    Write(level, tag, message);
+    return kOk;
+  }
+  char* text = nullptr;
+  size_t capacity = 0;
+  ssize_t length = 0;
+  while ((length = getline(&text, &capacity, stdin)) >= 0) {
+    const size_t kept = length > 0 && text[length - 1] == '\n' ? length - 1 : length;
+    Write(level, tag, std::string(text, kept));
+  }
+  std::free(text);
+  return kOk;
+}
+
+} // namespace oructl
