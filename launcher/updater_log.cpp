@@ -191,9 +191,10 @@ void UpdaterLogWrite(int level, const std::string& message) {
   if (state.level < 1 || state.level < level || !state.target) {
     return;
   }
-  oobe::LogManager::Instance().Write(
-      kUpdaterLogName, UpdaterLogLibraryLevel(level), state.fields[0].c_str(), state.fields[1].c_str(),
-      state.fields[2].c_str(), state.fields[3].c_str(), "", "", message.c_str(), 0);
+  oobe::LogManager::Instance().Write(kUpdaterLogName, UpdaterLogLibraryLevel(level),
+                                     state.fields[0].c_str(), state.fields[1].c_str(),
+                                     state.fields[2].c_str(), state.fields[3].c_str(), "", "",
+                                     message.c_str(), 0);
 }
 
 void UpdaterLogMessage(int level, const std::string& message) {

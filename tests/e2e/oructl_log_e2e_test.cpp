@@ -147,9 +147,9 @@ TEST_F(OructlLogTest, LastRecordsAreReadFromTheEndAcrossTheRotatedCopies) {
   std::string older;
   std::string newer;
   for (int index = 0; index < 300; ++index) {
-    const std::string line =
-        LogLine("11/22/26 10:00:00:000", "7", index % 3 == 0 ? "WARN" : "INFO",
-                "record " + std::to_string(index) + (index % 50 == 1 ? "\nwith a second line" : ""));
+    const std::string line = LogLine("11/22/26 10:00:00:000", "7", index % 3 == 0 ? "WARN" : "INFO",
+                                     "record " + std::to_string(index) +
+                                         (index % 50 == 1 ? "\nwith a second line" : ""));
     (index < 200 ? older : newer) += line;
   }
   oru_testing::WriteFile(sandbox_->Path("oruu 2026-11-22 09-00-00.log"), older);
@@ -167,8 +167,8 @@ TEST_F(OructlLogTest, LastRecordsAreReadFromTheEndAcrossTheRotatedCopies) {
   // With a filter: the last two WARN records, and their line numbers as a
   // whole read counts them.
   const auto whole = nlohmann::json::parse(Oructl({"log", "--file", Log(), "--json"}).output);
-  const auto warns =
-      nlohmann::json::parse(Oructl({"log", "--file", Log(), "--level=WARN", "-n", "2", "--json"}).output);
+  const auto warns = nlohmann::json::parse(
+      Oructl({"log", "--file", Log(), "--level=WARN", "-n", "2", "--json"}).output);
   ASSERT_EQ(warns.size(), 2u);
   EXPECT_EQ(warns[0]["message"], "record 294");
   EXPECT_EQ(warns[1]["message"], "record 297");
@@ -191,7 +191,8 @@ TEST_F(OructlLogTest, FollowShowsRecordsWrittenBeforeAndAfterARotation) {
   }
   oru_testing::WriteFile(Log(), big + LogLine("11/22/26 10:00:01:000", "7", "INFO", "the last"));
 
-  ChildProgram follower = oru_testing::StartProgram(ORU_ORUCTL, {"log", "-f", "-n", "1", "--file", Log()});
+  ChildProgram follower =
+      oru_testing::StartProgram(ORU_ORUCTL, {"log", "-f", "-n", "1", "--file", Log()});
   LineWaiter output(fileno(follower.output));
   std::vector<std::string> seen;
   ASSERT_TRUE(output.Until("the last", seen));
@@ -300,8 +301,8 @@ TEST_F(OructlLogTest, WriteAppendsWordsOrEachLineOfInputThroughTheLibrary) {
   EXPECT_EQ(Oructl({"log", "sessions", "--file", Log()}).output, "no entries\n");
 
   EXPECT_EQ(Oructl({"log", "write", "--file", Log(), "--level", "LOUD", "x"}).exit_code, 2);
-  EXPECT_EQ(Oructl({"log", "write", "--file", sandbox_->Path("no/such/folder/x.log"), "x"}).exit_code,
-            2);
+  EXPECT_EQ(
+      Oructl({"log", "write", "--file", sandbox_->Path("no/such/folder/x.log"), "x"}).exit_code, 2);
 }
 
 TEST_F(OructlLogTest, WritersInManyProcessesLoseAndTearNothing) {
@@ -317,8 +318,8 @@ TEST_F(OructlLogTest, WritersInManyProcessesLoseAndTearNothing) {
     }
     ASSERT_EQ(write(input[1], text.data(), text.size()), static_cast<ssize_t>(text.size()));
     close(input[1]);
-    writers.push_back(oru_testing::StartProgram(ORU_ORUCTL, {"log", "write", "--file", Log()},
-                                                input[0]));
+    writers.push_back(
+        oru_testing::StartProgram(ORU_ORUCTL, {"log", "write", "--file", Log()}, input[0]));
     close(input[0]);
   }
   for (ChildProgram& writer : writers) {
@@ -341,14 +342,14 @@ TEST_F(OructlLogTest, WritersInManyProcessesLoseAndTearNothing) {
 
 TEST_F(OructlLogTest, SessionTimelineShowsEachPhaseWithItsDuration) {
   oru_testing::WriteFile(
-      Log(),
-      LogLine("11/22/26 10:00:00:000", "5", "INFO", ">>> Nuvex Updater Log Begin >>>") +
-          LogLine("11/22/26 10:00:00:020", "5", "INFO",
-                  "Oru Launcher  : Acquiring kSyncOruLauncherWaitKey Lock.") +
-          LogLine("11/22/26 10:00:00:500", "9", "INFO", "a script", "SCRIPT") +
-          LogLine("11/22/26 10:00:01:520", "5", "INFO",
-                  "Oru Launcher : Zelto executable path is  = /z") +
-          LogLine("11/22/26 10:00:01:524", "5", "INFO", "<<< Nuvex Updater Log End <<<") + "\n\n");
+      Log(), LogLine("11/22/26 10:00:00:000", "5", "INFO", ">>> Nuvex Updater Log Begin >>>") +
+                 LogLine("11/22/26 10:00:00:020", "5", "INFO",
+                         "Oru Launcher  : Acquiring kSyncOruLauncherWaitKey Lock.") +
+                 LogLine("11/22/26 10:00:00:500", "9", "INFO", "a script", "SCRIPT") +
+                 LogLine("11/22/26 10:00:01:520", "5", "INFO",
+                         "Oru Launcher : Zelto executable path is  = /z") +
+                 LogLine("11/22/26 10:00:01:524", "5", "INFO", "<<< Nuvex Updater Log End <<<") +
+                 "\n\n");
   const Result text = Oructl({"log", "sessions", "--timeline", "--file", Log()});
   EXPECT_EQ(text.exit_code, 0);
   const std::vector<std::string> lines = Lines(text.output);
@@ -364,8 +365,8 @@ TEST_F(OructlLogTest, SessionTimelineShowsEachPhaseWithItsDuration) {
   EXPECT_EQ(lines[3].rfind("  hand-over ", 0), 0u) << lines[3];
   EXPECT_EQ(lines[3].substr(lines[3].size() - 6), "  4 ms");
 
-  const auto json =
-      nlohmann::json::parse(Oructl({"log", "sessions", "--timeline", "--json", "--file", Log()}).output);
+  const auto json = nlohmann::json::parse(
+      Oructl({"log", "sessions", "--timeline", "--json", "--file", Log()}).output);
   ASSERT_EQ(json.size(), 1u);
   EXPECT_EQ(json[0]["duration_ms"], 1524);
   ASSERT_EQ(json[0]["phases"].size(), 3u);

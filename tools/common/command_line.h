@@ -1,7 +1,7 @@
 // The command lines of the tools, read one way through getopt_long: long
 // options as "--name value" or "--name=value", short ones as "-x value" or
-// "-xvalue", "-h" for "--help", "--" ending the options, words anywhere else. A mistake is one line that says what was
-// wrong and, for a misspelt option, which one was meant.
+// "-xvalue", "-h" for "--help", "--" ending the options, words anywhere else. A mistake is one line
+// that says what was wrong and, for a misspelt option, which one was meant.
 #ifndef ORU_TOOLS_COMMON_COMMAND_LINE_H
 #define ORU_TOOLS_COMMON_COMMAND_LINE_H
 

@@ -31,6 +31,22 @@ TEST(CommandLineTest, ANegativeNumberIsAWordOrAValueNeverAnOption) {
   EXPECT_EQ(line.Value("since"), "-2h");
 }
 
+TEST(CommandLineTest, ShortNamesAreTheSameOptionsJoinedOrSpaced) {
+  CommandLine line({{"lines", true, 'n'}, {"follow", false, 'f'}, {"json", false}});
+  ASSERT_TRUE(line.Parse({"-n", "10", "-f"})) << line.error();
+  EXPECT_EQ(line.Value("lines"), "10");
+  EXPECT_TRUE(line.Has("follow"));
+  ASSERT_TRUE(line.Parse({"-n5", "--json"})) << line.error();
+  EXPECT_EQ(line.Value("lines"), "5");
+  EXPECT_FALSE(line.Has("follow"));
+  ASSERT_TRUE(line.Parse({"--lines=7"})) << line.error();
+  EXPECT_EQ(line.Value("lines"), "7");
+  EXPECT_FALSE(line.Parse({"-n"}));
+  EXPECT_EQ(line.error(), "option '-n' needs a value");
+  EXPECT_FALSE(line.Parse({"-x"}));
+  EXPECT_EQ(line.error().rfind("unknown option '-x'", 0), 0u) << line.error();
+}
+
 TEST(CommandLineTest, DoubleDashEndsTheOptions) {
   CommandLine line = LogLike();
   ASSERT_TRUE(line.Parse({"write", "--", "--json", "-x"})) << line.error();

@@ -1,6 +1,5 @@
-#include "tools/oructl/oructl.h"
-
 #include "platform/paths.h"
+#include "tools/oructl/oructl.h"
 
 #include <cstdio>
 #include <cstdlib>

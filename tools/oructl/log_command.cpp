@@ -207,7 +207,8 @@ int PrintRecords(const std::string& file, const Filters& filters, long count, bo
     }
     const auto any = [](const LogRecord&) { return true; };
     std::vector<LogRecord> one;
-    log_has_records = !last.empty() || (LastRecords(files, 1, any, false, one, error) && !one.empty());
+    log_has_records =
+        !last.empty() || (LastRecords(files, 1, any, false, one, error) && !one.empty());
   } else {
     const auto print = [&](const LogRecord& record) {
       log_has_records = true;

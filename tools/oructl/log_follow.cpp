@@ -24,8 +24,8 @@ public:
       return false;
     }
     struct stat info;
-    if (fd_.valid() && fstat(fd_.get(), &info) == 0 && from.exists &&
-        info.st_dev == from.device && info.st_ino == from.inode) {
+    if (fd_.valid() && fstat(fd_.get(), &info) == 0 && from.exists && info.st_dev == from.device &&
+        info.st_ino == from.inode) {
       position_ = from;
     } else {
       position_ = ReadPosition(); // a file read for the first time: from its start
@@ -62,8 +62,8 @@ private:
   // Reads complete lines from `position` on and moves it past them.
   bool ReadFrom(int fd, const std::string& file, ReadPosition& position, std::string& error) {
     bool go_on = true;
-    RecordAssembler records(file, [&](const LogRecord& record) { return go_on = sink_(record); },
-                            position.lines);
+    RecordAssembler records(
+        file, [&](const LogRecord& record) { return go_on = sink_(record); }, position.lines);
     LineReader lines(fd, position.offset);
     std::string line;
     off_t start = 0;

@@ -8,9 +8,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <cstdio>
 #include <deque>
 #include <sys/stat.h>
 #include <time.h>
@@ -117,7 +117,6 @@ bool LinesBetween(int fd, off_t from, off_t to, int& lines) {
   return true;
 }
 
-
 } // namespace
 
 std::vector<std::string> LogFilesOf(const std::string& given) {
@@ -176,7 +175,8 @@ bool RecordAssembler::Add(const std::string& line, off_t offset) {
     Continue(record_, line);
     return true;
   }
-  error_ = file_ + (line_ > 0 ? ":" + std::to_string(line_) : " at byte " + std::to_string(offset)) +
+  error_ = file_ +
+           (line_ > 0 ? ":" + std::to_string(line_) : " at byte " + std::to_string(offset)) +
            ": not a log line";
   return false;
 }
@@ -389,22 +389,22 @@ bool ParseZone(const char* text, bool& given, int64_t& offset_seconds) {
   if (!given || std::strcmp(text, "Z") == 0) {
     return true;
   }
-  int hours = 0;
-  int minutes = 0;
-  char sign = '\0';
-  int read = 0;
-  const bool matched =
-      (std::sscanf(text, "%c%2d:%2d%n", &sign, &hours, &minutes, &read) == 3 ||
-       std::sscanf(text, "%c%2d%2d%n", &sign, &hours, &minutes, &read) == 3) &&
-      text[read] == '\0' && (sign == '+' || sign == '-') && hours < 24 && minutes < 60;
-  offset_seconds = (sign == '-' ? -1 : 1) * (hours * 3600 + minutes * 60);
-  return matched;
+  const std::string zone(text);
+  const bool colon = zone.size() == 6 && zone[3] == ':';
+  const std::string digits = colon ? zone.substr(1, 2) + zone.substr(4) : zone.substr(1);
+  if ((zone[0] != '+' && zone[0] != '-') || digits.size() != 4 ||
+      digits.find_first_not_of("0123456789") != std::string::npos) {
+    return false;
+  }
+  const int hours = std::stoi(digits.substr(0, 2));
+  const int minutes = std::stoi(digits.substr(2));
+  offset_seconds = (zone[0] == '-' ? -1 : 1) * (hours * 3600 + minutes * 60);
+  return hours < 24 && minutes < 60;
 }
 
 bool ParseIsoTime(const std::string& text, int64_t& seconds) {
-  static const char* const kForms[] = {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S",
-                                       "%Y-%m-%dT%H:%M",    "%Y-%m-%d %H:%M",
-                                       "%Y-%m-%d"};
+  static const char* const kForms[] = {"%Y-%m-%dT%H:%M:%S", "%Y-%m-%d %H:%M:%S", "%Y-%m-%dT%H:%M",
+                                       "%Y-%m-%d %H:%M", "%Y-%m-%d"};
   for (const char* form : kForms) {
     struct tm parts = {};
     const char* end = strptime(text.c_str(), form, &parts);

@@ -114,8 +114,7 @@ bool ForEachRecord(const std::vector<std::string>& files, const RecordAssembler:
 // when `count_lines`. False as ForEachRecord.
 bool LastRecords(const std::vector<std::string>& files, size_t count,
                  const std::function<bool(const LogRecord&)>& wanted, bool count_lines,
-                 std::vector<LogRecord>& records, std::string& error,
-                 ReadPosition* end = nullptr);
+                 std::vector<LogRecord>& records, std::string& error, ReadPosition* end = nullptr);
 
 // A time given on the command line, as local time unless it names its zone:
 //   "MM/DD/YY HH:MM:SS" (as the log writes it),

@@ -17,20 +17,19 @@ namespace oructl {
 
 namespace {
 
-const char kUsage[] =
-    "Usage: oructl log sessions [--file PATH] [--timeline] [--json]\n"
-    "\n"
-    "Splits the updater log (the preference LogFile, or PATH, with its rotated\n"
-    "copies) into launcher runs by process, and flags a run whose last record\n"
-    "is not the log's end banner as unfinished. Only the updater's own records\n"
-    "(second field \"UPDATER\") make runs.\n"
-    "\n"
-    "  --timeline  draws each run's phases with their durations: start-up (to\n"
-    "              the wait for the installer), waiting for the installer, and\n"
-    "              the hand-over after it\n"
-    "\n"
-    "Exit status: 0 every run finished; 1 some run is unfinished; 2 usage, an\n"
-    "unreadable log, or a line that is no log line.\n";
+const char kUsage[] = "Usage: oructl log sessions [--file PATH] [--timeline] [--json]\n"
+                      "\n"
+                      "Splits the updater log (the preference LogFile, or PATH, with its rotated\n"
+                      "copies) into launcher runs by process, and flags a run whose last record\n"
+                      "is not the log's end banner as unfinished. Only the updater's own records\n"
+                      "(second field \"UPDATER\") make runs.\n"
+                      "\n"
+                      "  --timeline  draws each run's phases with their durations: start-up (to\n"
+                      "              the wait for the installer), waiting for the installer, and\n"
+                      "              the hand-over after it\n"
+                      "\n"
+                      "Exit status: 0 every run finished; 1 some run is unfinished; 2 usage, an\n"
+                      "unreadable log, or a line that is no log line.\n";
 
 constexpr int64_t kSameRunGapSeconds = 60;
 constexpr int kBarWidth = 40;
@@ -61,9 +60,9 @@ std::vector<Phase> PhasesOf(const Session& session) {
     return {{"run", 0, last - first}};
   }
   const int64_t woke = session.after_wait_ms < 0 ? last : session.after_wait_ms;
-  std::vector<Phase> phases = {{"start-up", 0, session.wait_ms - first},
-                               {"waiting for the installer", session.wait_ms - first,
-                                woke - session.wait_ms}};
+  std::vector<Phase> phases = {
+      {"start-up", 0, session.wait_ms - first},
+      {"waiting for the installer", session.wait_ms - first, woke - session.wait_ms}};
   if (session.after_wait_ms >= 0) {
     phases.push_back({"hand-over", woke - first, last - woke});
   }
@@ -127,27 +126,23 @@ std::string Timeline(const Session& session) {
   const int64_t total = session.last_ms - session.first_ms;
   for (const Phase& phase : PhasesOf(session)) {
     char row[160];
-    std::snprintf(row, sizeof row, "  %-26s %s %8lld ms\n", phase.name,
-                  Bar(phase, total).c_str(), static_cast<long long>(phase.duration_ms));
+    std::snprintf(row, sizeof row, "  %-26s %s %8lld ms\n", phase.name, Bar(phase, total).c_str(),
+                  static_cast<long long>(phase.duration_ms));
     out += row;
   }
   return out;
 }
 
 oru_tools::Json SessionJson(const Session& session, bool timeline) {
-  oru_tools::Json json = {{"thread", session.thread},
-                          {"first", session.first_time},
-                          {"last", session.last_time},
-                          {"records", session.records},
-                          {"finished", session.finished()},
-                          {"last_message", session.last_message}};
+  oru_tools::Json json = {{"thread", session.thread},       {"first", session.first_time},
+                          {"last", session.last_time},      {"records", session.records},
+                          {"finished", session.finished()}, {"last_message", session.last_message}};
   if (timeline) {
     json["duration_ms"] = session.last_ms - session.first_ms;
     oru_tools::Json phases = oru_tools::Json::array();
     for (const Phase& phase : PhasesOf(session)) {
-      phases.push_back({{"name", phase.name},
-                        {"start_ms", phase.start_ms},
-                        {"duration_ms", phase.duration_ms}});
+      phases.push_back(
+          {{"name", phase.name}, {"start_ms", phase.start_ms}, {"duration_ms", phase.duration_ms}});
     }
     json["phases"] = phases;
   }

@@ -62,7 +62,6 @@ void Write(int32_t level, const std::string& tag, const std::string& message) {
                                      message.c_str(), 0);
 }
 
-
 } // namespace
 
 int LogWriteCommand(const Arguments& given) {
@@ -75,8 +74,7 @@ int LogWriteCommand(const Arguments& given) {
   const std::string level_name = line.Has("level") ? line.Value("level") : "INFO";
   const int32_t level = oobe::LevelOfName(level_name);
   if (level < oobe::kLevelTrace || level > oobe::kLevelFatal) {
-    return Fail("--level takes TRACE, DEBUG, INFO, WARN, ERROR or FATAL, not '" + level_name +
-                "'");
+    return Fail("--level takes TRACE, DEBUG, INFO, WARN, ERROR or FATAL, not '" + level_name + "'");
   }
   const std::string tag = line.Has("tag") ? line.Value("tag") : "oructl";
   const std::string file = AbsolutePath(line.Has("file") ? line.Value("file") : UpdaterLogPath());
