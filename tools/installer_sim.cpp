@@ -2,13 +2,17 @@
 // hand-over, so that the launcher can be driven and watched without the real
 // installer. Every wait has a time-out.
 #include "launcher/handover.h"
+#include "launcher/zelto.h"
 #include "locks/updater_lock.h"
+#include "platform/safe_fs.h"
 #include "tools/common/command_line.h"
+#include "tools/common/handover_trace.h"
 #include "tools/common/json_output.h"
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <errno.h>
 #include <memory>
 #include <optional>
@@ -26,37 +30,44 @@ constexpr int kExitOk = 0;
 constexpr int kExitNegative = 1;
 constexpr int kExitError = 2;
 
-const char kUsage[] = "Usage: oru-installer-sim --launcher PATH [options]\n"
-                      "\n"
-                      "Plays the update installer's side of the post-self-update hand-over:\n"
-                      "holds \"VelUpdater1_Update_Installer\", starts the launcher at PATH, and,\n"
-                      "as the scenario says, posts \"VelUpdater1_Sync_OruLauncherWait\" once the\n"
-                      "launcher waits for it. Then reports whether the launcher started Zelto or\n"
-                      "handed control back by releasing\n"
-                      "\"VelUpdater1_Sync_UpdateInstaller_PostSelfUpdateWait\".\n"
-                      "\n"
-                      "Scenarios (--scenario NAME):\n"
-                      "  post-now       post as soon as the launcher waits (the default)\n"
-                      "  post-after     post --post-delay milliseconds after the launcher waits\n"
-                      "  never-post     never post; after --timeout report that the launcher is\n"
-                      "                 still waiting, then leave and report what it did then\n"
-                      "  die-holding    a helper holds the installer lock and is killed while\n"
-                      "                 the launcher waits; report how the launcher reacts\n"
-                      "  two-launchers  start a second launcher while the first waits; report\n"
-                      "                 what each did\n"
-                      "\n"
-                      "Options:\n"
-                      "  --launcher PATH       the launcher executable to start\n"
-                      "  --scenario NAME       see above\n"
-                      "  --post-delay MS       delay before posting in post-after (default 0)\n"
-                      "  --timeout MS          limit on every wait (default 10000)\n"
-                      "  --json                report as one JSON object\n"
-                      "  --help                this text\n"
-                      "  --version             the tool's version\n"
-                      "\n"
-                      "Exit status: 0 the scenario ran and the launcher behaved as the hand-over\n"
-                      "protocol requires; 1 it did not (it never waited, did not finish in time,\n"
-                      "or failed); 2 usage or error.\n";
+const char kUsage[] =
+    "Usage: oru-installer-sim --launcher PATH [options]\n"
+    "\n"
+    "Plays the update installer's side of the post-self-update hand-over:\n"
+    "holds \"VelUpdater1_Update_Installer\", starts the launcher at PATH, and,\n"
+    "as the scenario says, posts \"VelUpdater1_Sync_OruLauncherWait\" once the\n"
+    "launcher waits for it. Then reports whether the launcher started Zelto or\n"
+    "handed control back by releasing\n"
+    "\"VelUpdater1_Sync_UpdateInstaller_PostSelfUpdateWait\".\n"
+    "\n"
+    "Scenarios (--scenario NAME):\n"
+    "  post-now       post as soon as the launcher waits (the default)\n"
+    "  post-after     post --post-delay milliseconds after the launcher waits\n"
+    "  never-post     never post; after --timeout report that the launcher is\n"
+    "                 still waiting, then leave and report what it did then\n"
+    "  die-holding    a helper holds the installer lock and is killed while\n"
+    "                 the launcher waits; report how the launcher reacts\n"
+    "  two-launchers  start a second launcher while the first waits; report\n"
+    "                 what each did\n"
+    "\n"
+    "Options:\n"
+    "  --launcher PATH       the launcher executable to start\n"
+    "  --scenario NAME       see above\n"
+    "  --post-delay MS       delay before posting in post-after (default 0)\n"
+    "  --timeout MS          limit on every wait (default 10000)\n"
+    "  --json                report as one JSON object\n"
+    "  --trace FILE          also write the hand-over as Chrome trace-event JSON\n"
+    "                        (Perfetto, chrome://tracing): spans for the\n"
+    "                        installer lock held, launcher start to blocked\n"
+    "                        wait, the wait, post to launcher exit, and Zelto's\n"
+    "                        first instruction (when Zelto reports it beside\n"
+    "                        its executable, as the test app does)\n"
+    "  --help                this text\n"
+    "  --version             the tool's version\n"
+    "\n"
+    "Exit status: 0 the scenario ran and the launcher behaved as the hand-over\n"
+    "protocol requires; 1 it did not (it never waited, did not finish in time,\n"
+    "or failed); 2 usage or error.\n";
 
 struct Options {
   std::string launcher;
@@ -64,6 +75,7 @@ struct Options {
   long post_delay_ms = 0;
   long timeout_ms = 10000;
   bool json = false;
+  std::string trace;
 };
 
 struct Report {
@@ -75,6 +87,7 @@ struct Report {
   std::optional<double> launcher_blocked_ms;
   std::optional<double> post_to_exit_ms;
   long long post_ns = 0;
+  oru_tools::HandOverStamps stamps;
 };
 
 long long NowNs() {
@@ -202,6 +215,7 @@ bool LauncherWaits(const Options& options, UpdaterLock_Wait& rendezvous, pid_t l
     EndLauncher(launcher, report.launcher_exit);
     return false;
   }
+  report.stamps.launcherBlocked = NowNs();
   report.launcher_blocked_ms = MsSince(started);
   return true;
 }
@@ -216,8 +230,10 @@ int PostAndJudge(const Options& options, UpdaterLock_Wait& rendezvous, pid_t lau
     Pause(options.post_delay_ms * 1000);
   }
   report.post_ns = NowNs();
+  report.stamps.waitEnded = report.post_ns;
   rendezvous.Release();
   const int exit_status = WaitForExit(launcher, options.timeout_ms);
+  report.stamps.launcherExited = exit_status >= 0 ? NowNs() : 0;
   report.post_to_exit_ms = static_cast<double>(NowNs() - report.post_ns) / 1e6;
   const int result = Judge(report, exit_status);
   EndLauncher(launcher, report.launcher_exit);
@@ -236,7 +252,10 @@ int NeverPost(const Options& options, std::unique_ptr<UpdaterLock>& installer,
       WaitForExit(launcher, 0) < 0 && semctl(rendezvous.semaphoreSet(), 0, GETNCNT) >= 1;
   installer.reset(); // the installer leaves without posting
   const long long left = NowNs();
+  report.stamps.lockReleased = left;
+  report.stamps.waitEnded = left;
   report.launcher_exit = WaitForExit(launcher, options.timeout_ms);
+  report.stamps.launcherExited = report.launcher_exit >= 0 ? NowNs() : 0;
   report.post_to_exit_ms = MsSince(left);
   EndLauncher(launcher, report.launcher_exit);
   if (!still_waiting) {
@@ -274,7 +293,11 @@ int DieHolding(const Options& options, UpdaterLock_Wait& rendezvous, long long s
   char byte;
   const bool held = read(ready[0], &byte, 1) == 1;
   close(ready[0]);
+  report.stamps.lockTaken = held ? NowNs() : 0;
+  report.stamps.installerPid = holder;
+  report.stamps.launcherStarted = NowNs();
   const pid_t launcher = held ? StartLauncher(options.launcher) : -1;
+  report.stamps.launcherPid = launcher;
   if (!held || launcher < 0 || !WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms)) {
     kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
@@ -284,11 +307,15 @@ int DieHolding(const Options& options, UpdaterLock_Wait& rendezvous, long long s
     report.detail = "the launcher did not wait for the installer's post";
     return kExitNegative;
   }
+  report.stamps.launcherBlocked = NowNs();
   report.launcher_blocked_ms = MsSince(started);
   kill(holder, SIGKILL);
   waitpid(holder, nullptr, 0);
   const long long died = NowNs();
+  report.stamps.lockReleased = died;
+  report.stamps.waitEnded = died;
   report.launcher_exit = WaitForExit(launcher, options.timeout_ms);
+  report.stamps.launcherExited = report.launcher_exit >= 0 ? NowNs() : 0;
   report.post_to_exit_ms = MsSince(died);
   EndLauncher(launcher, report.launcher_exit);
   if (report.launcher_exit != 0) {
@@ -313,8 +340,10 @@ int TwoLaunchers(const Options& options, UpdaterLock_Wait& rendezvous, pid_t fir
   EndLauncher(second, report.second_launcher_exit);
   const bool second_handed_back = report.second_launcher_exit == 0 && HandBackPosted();
   report.post_ns = NowNs();
+  report.stamps.waitEnded = report.post_ns;
   rendezvous.Release();
   report.launcher_exit = WaitForExit(first, options.timeout_ms);
+  report.stamps.launcherExited = report.launcher_exit >= 0 ? NowNs() : 0;
   report.post_to_exit_ms = static_cast<double>(NowNs() - report.post_ns) / 1e6;
   EndLauncher(first, report.launcher_exit);
   if (!second_handed_back || report.launcher_exit != 0) {
@@ -329,12 +358,59 @@ int TwoLaunchers(const Options& options, UpdaterLock_Wait& rendezvous, pid_t fir
   return kExitOk;
 }
 
+// Zelto's first instruction, when Zelto reports it in "<executable>.record"
+// (the start time in CLOCK_MONOTONIC nanoseconds, first): waits up to the
+// time-out for a record from after `not_before`; 0 when none comes.
+long long ZeltoStarted(long long not_before, long timeout_ms) {
+  std::string zelto;
+  if (!FindZeltoExecutable(zelto)) {
+    return 0;
+  }
+  const long long deadline = NowNs() + timeout_ms * 1000000LL;
+  do {
+    platform::ScopedFd record;
+    std::string text;
+    if (platform::OpenFileAt(zelto + ".record", platform::OpenOptions(), record) &&
+        platform::ReadAll(record.get(), text, 4096)) {
+      const long long started = std::atoll(text.c_str());
+      if (started >= not_before) {
+        return started;
+      }
+    }
+    Pause(1000);
+  } while (NowNs() < deadline);
+  return 0;
+}
+
+bool WriteTrace(const Options& options, Report& report) {
+  if (report.outcome == "zelto-started") {
+    report.stamps.zeltoStarted = ZeltoStarted(report.stamps.launcherStarted, options.timeout_ms);
+  }
+  const std::string text = oru_tools::JsonText(oru_tools::HandOverTrace(
+                               report.stamps, options.scenario, report.outcome)) +
+                           "\n";
+  platform::OpenOptions fresh;
+  fresh.access = platform::FileAccess::kWrite;
+  fresh.create = true;
+  fresh.truncate = true;
+  platform::ScopedFd file;
+  if (!platform::OpenFileAt(oru_tools::AbsolutePath(options.trace), fresh, file) ||
+      !platform::WriteAll(file.get(), text.data(), text.size())) {
+    std::fprintf(stderr, "oru-installer-sim: cannot write the trace '%s': %s\n",
+                 options.trace.c_str(), std::strerror(errno));
+    return false;
+  }
+  return true;
+}
+
 int Run(const Options& options) {
   Report report;
   std::unique_ptr<UpdaterLock> installer;
   if (options.scenario != "die-holding") {
     try {
       installer = std::make_unique<UpdaterLock>(kUpdateInstallerKey);
+      report.stamps.lockTaken = NowNs();
+      report.stamps.installerPid = getpid();
     } catch (const updater_init_failed&) {
       report.detail = "another installer holds VelUpdater1_Update_Installer";
       Print(report, options.json);
@@ -349,7 +425,9 @@ int Run(const Options& options) {
   if (options.scenario == "die-holding") {
     result = DieHolding(options, rendezvous, started, report);
   } else {
+    report.stamps.launcherStarted = NowNs();
     const pid_t launcher = StartLauncher(options.launcher);
+    report.stamps.launcherPid = launcher;
     if (launcher < 0) {
       report.detail = "the launcher could not be started";
     } else if (options.scenario == "never-post") {
@@ -362,7 +440,14 @@ int Run(const Options& options) {
   }
   rendezvous.Remove();
   own_wait.Remove();
+  if (installer) {
+    installer.reset();
+    report.stamps.lockReleased = NowNs();
+  }
   Print(report, options.json);
+  if (!options.trace.empty() && !WriteTrace(options, report)) {
+    return kExitError;
+  }
   return result;
 }
 
@@ -398,6 +483,10 @@ bool ReadOptions(const oru_tools::CommandLine& line, Options& options) {
     options.scenario = line.Value("scenario");
   }
   options.json = line.Has("json");
+  options.trace = line.Value("trace");
+  if (line.Has("trace") && options.trace.empty()) {
+    return Usage("--trace needs a file name");
+  }
   if (!line.words().empty()) {
     return Usage("unexpected '" + line.words().front() + "'");
   }
@@ -434,6 +523,7 @@ int main(int argc, char** argv) {
                                {"post-delay", true},
                                {"timeout", true},
                                {"json", false},
+                               {"trace", true},
                                {"version", false}});
   if (!line.Parse(std::vector<std::string>(argv + 1, argv + argc))) {
     Usage(line.error());

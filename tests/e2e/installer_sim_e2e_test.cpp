@@ -8,8 +8,10 @@
 #include "tests/e2e/e2e_fixture.h"
 #include "tests/e2e/e2e_support.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <unistd.h>
 #include <vector>
@@ -43,6 +45,74 @@ TEST_F(InstallerSimTest, PostNowEndsWithZeltoStarted) {
   EXPECT_TRUE(e2e::NamedSemaphores().empty());
   EXPECT_FALSE(e2e::SetExists(UpdaterLockWaitKey(kSyncOruLauncherWaitKey)));
   EXPECT_FALSE(e2e::SetExists(UpdaterLockWaitKey(kSyncUInstPostSelfUpdateWaitKey)));
+}
+
+// A trace-event file as the format asks: an object whose "traceEvents" are
+// objects with a name, a phase, numeric times and integer process and
+// thread ids; complete events ("X") have a length of 0 or more.
+void ExpectValidTrace(const nlohmann::json& trace) {
+  ASSERT_TRUE(trace.is_object());
+  ASSERT_TRUE(trace["traceEvents"].is_array());
+  for (const auto& event : trace["traceEvents"]) {
+    ASSERT_TRUE(event["name"].is_string()) << event;
+    ASSERT_TRUE(event["ph"] == "X" || event["ph"] == "M") << event;
+    EXPECT_TRUE(event["pid"].is_number_integer()) << event;
+    EXPECT_TRUE(event["tid"].is_number_integer()) << event;
+    if (event["ph"] == "X") {
+      ASSERT_TRUE(event["ts"].is_number()) << event;
+      ASSERT_TRUE(event["dur"].is_number()) << event;
+      EXPECT_GE(event["ts"].get<double>(), 0.0) << event;
+      EXPECT_GE(event["dur"].get<double>(), 0.0) << event;
+    }
+  }
+}
+
+TEST_F(InstallerSimTest, TraceHoldsTheFiveSpansOfAHandOverInOrder) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  int exit_code = -1;
+  const std::string file = sandbox_->Path("handover.trace.json");
+  const std::string report =
+      Run({"--scenario", "post-after", "--post-delay", "20", "--trace", file}, exit_code);
+  ASSERT_EQ(exit_code, 0) << report;
+  const nlohmann::json trace = nlohmann::json::parse(oru_testing::ReadFile(file));
+  ExpectValidTrace(trace);
+  std::vector<std::string> names;
+  std::vector<double> starts;
+  std::vector<double> ends;
+  for (const auto& event : trace["traceEvents"]) {
+    if (event["ph"] == "X") {
+      names.push_back(event["name"]);
+      starts.push_back(event["ts"]);
+      ends.push_back(event["ts"].get<double>() + event["dur"].get<double>());
+    }
+  }
+  EXPECT_EQ(names,
+            (std::vector<std::string>{"installer lock held", "launcher start to blocked wait",
+                                      "waiting for the installer's post", "post to launcher exit",
+                                      "Zelto's first instruction"}));
+  ASSERT_EQ(starts.size(), 5u);
+  EXPECT_TRUE(std::is_sorted(starts.begin(), starts.end()));
+  // Each launcher step begins where the one before it ended (to the
+  // nanosecond; the sums are in floating point).
+  EXPECT_NEAR(starts[2], ends[1], 0.001);
+  EXPECT_NEAR(starts[3], ends[2], 0.001);
+  EXPECT_GE(ends[2] - starts[2], 20000.0) << "the wait holds the post delay";
+  // Zelto starts after the post, while the installer still holds its lock.
+  EXPECT_GE(starts[4], starts[3]);
+  EXPECT_LE(ends[1], ends[0]);
+  EXPECT_EQ(trace["otherData"]["outcome"], "zelto-started");
+}
+
+TEST_F(InstallerSimTest, TraceOfAnInstallerThatNeverPostsHasNoZelto) {
+  int exit_code = -1;
+  const std::string file = sandbox_->Path("never.trace.json");
+  Run({"--scenario", "never-post", "--timeout", "300", "--trace", file}, exit_code);
+  const nlohmann::json trace = nlohmann::json::parse(oru_testing::ReadFile(file));
+  ExpectValidTrace(trace);
+  for (const auto& event : trace["traceEvents"]) {
+    EXPECT_NE(event["name"], "Zelto's first instruction");
+  }
+  EXPECT_EQ(trace["otherData"]["scenario"], "never-post");
 }
 
 TEST_F(InstallerSimTest, PostAfterADelayEndsWithZeltoStarted) {

@@ -1,7 +1,9 @@
 #include "tools/common/command_line.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <getopt.h>
+#include <unistd.h>
 
 namespace oru_tools {
 
@@ -126,6 +128,16 @@ std::string DidYouMean(const std::string& given, const std::vector<std::string>&
     return "";
   }
   return " (did you mean '" + *best + "'?)";
+}
+
+std::string AbsolutePath(const std::string& path) {
+  if (path.empty() || path[0] == '/') {
+    return path;
+  }
+  char* here = getcwd(nullptr, 0);
+  const std::string absolute = here ? std::string(here) + (here[1] ? "/" : "") + path : path;
+  std::free(here);
+  return absolute;
 }
 
 const char* ProjectVersion() {

@@ -44,6 +44,10 @@ private:
 // close enough to be a slip, else "".
 std::string DidYouMean(const std::string& given, const std::vector<std::string>& known);
 
+// A path given on the command line, made absolute against the working
+// folder (the file primitives take absolute paths only).
+std::string AbsolutePath(const std::string& path);
+
 // The project's version, as its build names it.
 const char* ProjectVersion();
 

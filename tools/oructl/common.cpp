@@ -1,9 +1,6 @@
-#include "platform/paths.h"
 #include "tools/oructl/oructl.h"
 
 #include <cstdio>
-#include <cstdlib>
-#include <unistd.h>
 
 namespace oructl {
 
@@ -26,16 +23,6 @@ bool BeginCommand(const Arguments& arguments, const char* usage,
     return false;
   }
   return true;
-}
-
-std::string AbsolutePath(const std::string& path) {
-  if (path.empty() || path[0] == '/') {
-    return path;
-  }
-  char* here = getcwd(nullptr, 0);
-  const std::string absolute = here ? platform::JoinPath(here, path) : path;
-  std::free(here);
-  return absolute;
 }
 
 int FailUnexpected(const oru_tools::CommandLine& line, const char* command) {

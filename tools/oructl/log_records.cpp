@@ -120,7 +120,7 @@ bool LinesBetween(int fd, off_t from, off_t to, int& lines) {
 } // namespace
 
 std::vector<std::string> LogFilesOf(const std::string& given) {
-  const std::string live = AbsolutePath(given);
+  const std::string live = oru_tools::AbsolutePath(given);
   std::string ext;
   const bool has_ext = platform::GetPathExtension(live, ext);
   std::string without = live;
@@ -147,7 +147,7 @@ std::vector<std::string> LogFilesOf(const std::string& given) {
 
 bool OpenLogFile(const std::string& path, platform::ScopedFd& fd, std::string& error) {
   fd.reset();
-  if (platform::OpenFileAt(AbsolutePath(path), platform::OpenOptions(), fd)) {
+  if (platform::OpenFileAt(oru_tools::AbsolutePath(path), platform::OpenOptions(), fd)) {
     return true;
   }
   if (errno == ENOENT) {

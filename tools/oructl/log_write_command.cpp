@@ -1,7 +1,6 @@
 // oructl log write: appends records to the shared log through the logging
 // library, as logger(1) does for syslog, so that scripts of the updater log
 // where the launcher logs, under the same lock and rotation.
-#include "launcher/updater_log.h"
 #include "oobe/levels.h"
 #include "oobe/log_manager.h"
 #include "oobe/log_target.h"
@@ -77,7 +76,8 @@ int LogWriteCommand(const Arguments& given) {
     return Fail("--level takes TRACE, DEBUG, INFO, WARN, ERROR or FATAL, not '" + level_name + "'");
   }
   const std::string tag = line.Has("tag") ? line.Value("tag") : "oructl";
-  const std::string file = AbsolutePath(line.Has("file") ? line.Value("file") : UpdaterLogPath());
+  const std::string file =
+      oru_tools::AbsolutePath(line.Has("file") ? line.Value("file") : UpdaterLogPath());
   if (file.empty()) {
     return Fail("no log file is configured");
   }

@@ -36,9 +36,6 @@ int Fail(const std::string& message);
 bool BeginCommand(const Arguments& arguments, const char* usage,
                   std::vector<oru_tools::OptionSpec> options, oru_tools::CommandLine& line,
                   int& status);
-// A path given on the command line, made absolute against the working
-// folder (the file primitives take absolute paths only).
-std::string AbsolutePath(const std::string& path);
 // The error for words a command does not take.
 int FailUnexpected(const oru_tools::CommandLine& line, const char* command);
 
