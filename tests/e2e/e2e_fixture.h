@@ -4,8 +4,11 @@
 #ifndef ORU_TESTS_E2E_E2E_FIXTURE_H
 #define ORU_TESTS_E2E_E2E_FIXTURE_H
 
+#include "launcher/handover.h"
+#include "locks/updater_lock.h"
 #include "testing/namespaces.h"
 #include "testing/sandbox.h"
+#include "tests/e2e/e2e_support.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -28,6 +31,28 @@ protected:
   }
 
   std::unique_ptr<oru_testing::Sandbox> sandbox_;
+};
+
+// The installer's side while a launcher waits for its post: the fake Zelto
+// in place, the installer's lock held, the rendezvous made, and a launcher
+// started that blocks on it.
+struct LauncherWaitingForTheInstaller {
+  explicit LauncherWaitingForTheInstaller(const std::string& zelto_path)
+      : zelto(zelto_path, ORU_FAKE_ZELTO), installer(kUpdateInstallerKey),
+        rendezvous(kSyncOruLauncherWaitKey), launcher(Start(ORU_LAUNCHER_EXE)) {}
+
+  // Whether the launcher is blocked on the rendezvous (waits at most 10 s).
+  bool Waits() { return WaitForWaiters(rendezvous.semaphoreSet(), 1); }
+  // Posts, and returns the launcher's exit status once it ends.
+  int PostAndWait() {
+    rendezvous.Release();
+    return Wait(launcher);
+  }
+
+  FakeZelto zelto;
+  UpdaterLock installer;
+  UpdaterLock_Wait rendezvous;
+  oru_testing::ChildProgram launcher;
 };
 
 } // namespace e2e

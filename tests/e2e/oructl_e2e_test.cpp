@@ -60,17 +60,13 @@ protected:
 };
 
 TEST_F(OructlTest, StatusWhileTheLauncherWaitsForARunningInstaller) {
-  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
-  UpdaterLock installer(kUpdateInstallerKey);
-  UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
-  ChildProgram launcher = e2e::Start(ORU_LAUNCHER_EXE);
-  ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), 1));
+  e2e::LauncherWaitingForTheInstaller stage(ZeltoPath());
+  ASSERT_TRUE(stage.Waits());
   const Result status = Oructl({"status"});
   EXPECT_EQ(status.exit_code, 0) << status.output;
   EXPECT_TRUE(Has(status.output, "=> installer running, launcher waiting for it")) << status.output;
   EXPECT_TRUE(Has(status.output, "VelUpdater1_Sync_OruLauncherWait (rendezvous")) << status.output;
-  rendezvous.Release();
-  EXPECT_EQ(e2e::Wait(launcher), 0);
+  EXPECT_EQ(stage.PostAndWait(), 0);
   // The launcher is done; this test still plays the running installer.
   EXPECT_TRUE(Has(Oructl({"status"}).output, "=> installer running, no launcher"));
 }

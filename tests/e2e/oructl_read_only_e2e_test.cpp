@@ -146,15 +146,11 @@ TEST_F(OructlReadOnlyTest, OnAFreshMachine) {
 }
 
 TEST_F(OructlReadOnlyTest, WhileTheLauncherWaitsForTheInstaller) {
-  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
-  UpdaterLock installer(kUpdateInstallerKey);
-  UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
-  ChildProgram launcher = e2e::Start(ORU_LAUNCHER_EXE);
-  ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), 1));
+  e2e::LauncherWaitingForTheInstaller stage(ZeltoPath());
+  ASSERT_TRUE(stage.Waits());
   ExpectEveryLookChangesNothing();
-  rendezvous.Release();
-  EXPECT_EQ(e2e::Wait(launcher), 0);
-  ASSERT_TRUE(zelto.WaitForStart());
+  EXPECT_EQ(stage.PostAndWait(), 0);
+  ASSERT_TRUE(stage.zelto.WaitForStart());
 }
 
 TEST_F(OructlReadOnlyTest, WhenTheInstallerIsGone) {
