@@ -192,3 +192,34 @@ TEST_F(HandOverTest, WithoutAUserLocalPathZeltoGetsExactlyFourArguments) {
 }
 
 } // namespace
+
+namespace {
+
+// The shared objects mapped into a running process.
+std::string MappedFilesOf(pid_t pid) {
+  return oru_testing::ReadFile("/proc/" + std::to_string(pid) + "/maps");
+}
+
+} // namespace
+
+// The libraries of features the hand-over does not use before the post (the
+// console user's session, bundle versions, a crypto library) are not loaded
+// while the launcher waits: its start-up pays only for what it uses.
+TEST_F(HandOverTest, WhileItWaitsTheLauncherHasLoadedNoLibraryItHasNotUsed) {
+  e2e::LauncherWaitingForTheInstaller stage(ZeltoPath());
+  ASSERT_TRUE(stage.Waits());
+  const std::string maps = MappedFilesOf(stage.launcher.pid);
+  ASSERT_NE(maps.find("libc.so"), std::string::npos) << maps;
+  std::vector<std::string> unused = {"libcrypto", "libplist"};
+  // The console user is looked up before the wait (log level markers live
+  // in that user's folder); libsystemd answers it only where logind keeps a
+  // seat0 state, as on a desktop. Elsewhere the answer is known unloaded.
+  if (access("/run/systemd/seats/seat0", F_OK) != 0) {
+    unused.insert(unused.end(), {"libsystemd", "libgcrypt", "liblzma"});
+  }
+  for (const std::string& library : unused) {
+    EXPECT_EQ(maps.find(library), std::string::npos) << library << " is loaded:\n" << maps;
+  }
+  EXPECT_EQ(stage.PostAndWait(), 0);
+  EXPECT_TRUE(stage.zelto.WaitForStart());
+}
