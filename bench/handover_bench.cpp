@@ -133,28 +133,30 @@ double Percentile(std::vector<double> values, double fraction) {
   return values[index];
 }
 
-struct Summary {
-  double p50_latency, p99_latency, p50_startup;
-  long peak_kib;
-};
-
-bool Measure(Runner& runner, const std::vector<std::string>& argv, int runs, Summary& summary) {
+struct Variant {
+  const char* name;
+  std::vector<std::string> argv;
   std::vector<double> latencies;
   std::vector<double> startups;
-  long peak = 0;
+  long peak_kib = 0;
+};
+
+// One hand-over of each variant per round, round after round, so that a slow
+// moment of the machine weighs on all of them alike.
+bool MeasureInterleaved(Runner& runner, std::vector<Variant>& variants, int runs) {
   for (int i = 0; i < runs; ++i) {
-    Sample sample{};
-    std::string failure;
-    if (!runner.Run(argv, sample, failure)) {
-      std::fprintf(stderr, "hand-over %d of %s failed: %s\n", i, argv[0].c_str(), failure.c_str());
-      return false;
+    for (Variant& variant : variants) {
+      Sample sample{};
+      std::string failure;
+      if (!runner.Run(variant.argv, sample, failure)) {
+        std::fprintf(stderr, "hand-over %d of %s failed: %s\n", i, variant.name, failure.c_str());
+        return false;
+      }
+      variant.latencies.push_back(sample.latency_us);
+      variant.startups.push_back(sample.startup_us);
+      variant.peak_kib = std::max(variant.peak_kib, sample.peak_kib);
     }
-    latencies.push_back(sample.latency_us);
-    startups.push_back(sample.startup_us);
-    peak = std::max(peak, sample.peak_kib);
   }
-  summary = {Percentile(latencies, 0.5), Percentile(latencies, 0.99), Percentile(startups, 0.5),
-             peak};
   return true;
 }
 
@@ -175,27 +177,40 @@ int main(int argc, char** argv) {
   mkfifo((runner.zelto + ".fifo").c_str(), 0600);
   UpdaterLock installer(kUpdateInstallerKey);
 
-  Summary floor{};
-  Summary launcher{};
-  const std::vector<std::string> floor_argv = {ORU_HANDOVER_FLOOR,
-                                               runner.zelto,
-                                               "--appletID=UWA_UI",
-                                               "--appletVersion=1.0",
-                                               "--workflow=Updater",
-                                               "--mode=PostSelfUpdate",
-                                               "--updaterUserLocalPath=" + sandbox.data_home() +
-                                                   "/Nuvex/OruUpdater"};
-  if (!Measure(runner, floor_argv, runs, floor) ||
-      !Measure(runner, {ORU_LAUNCHER_EXE}, runs, launcher)) {
+  const std::vector<std::string> app = {runner.zelto,
+                                        "--appletID=UWA_UI",
+                                        "--appletVersion=1.0",
+                                        "--workflow=Updater",
+                                        "--mode=PostSelfUpdate",
+                                        "--updaterUserLocalPath=" + sandbox.data_home() +
+                                            "/Nuvex/OruUpdater"};
+  const std::string key = std::to_string(UpdaterLockWaitKey(kSyncOruLauncherWaitKey));
+  std::vector<std::string> floor_argv = {ORU_HANDOVER_FLOOR, key};
+  floor_argv.insert(floor_argv.end(), app.begin(), app.end());
+  std::vector<std::string> linked_argv = floor_argv;
+  linked_argv[0] = ORU_HANDOVER_FLOOR_LINKED;
+  std::vector<Variant> variants = {{"handover/floor (C)", floor_argv, {}, {}, 0},
+                                   {"handover/floor linked", linked_argv, {}, {}, 0},
+                                   {"handover/OruLauncher", {ORU_LAUNCHER_EXE}, {}, {}, 0}};
+  if (!MeasureInterleaved(runner, variants, runs)) {
     return 1;
   }
-  std::printf("\n%d hand-overs each (post -> Zelto's first instruction):\n", runs);
-  std::printf("%-28s %12s %12s %14s %10s %10s\n", "variant", "p50 us", "p99 us", "start-up us",
-              "peak KiB", "p50 x floor");
-  std::printf("%-28s %12.1f %12.1f %14.1f %10ld %10.2f\n", "handover/floor", floor.p50_latency,
-              floor.p99_latency, floor.p50_startup, floor.peak_kib, 1.0);
-  std::printf("%-28s %12.1f %12.1f %14.1f %10ld %10.2f\n", "handover/OruLauncher",
-              launcher.p50_latency, launcher.p99_latency, launcher.p50_startup, launcher.peak_kib,
-              launcher.p50_latency / floor.p50_latency);
+  const Variant& floor = variants[0];
+  const double floor_latency = Percentile(floor.latencies, 0.5);
+  const double floor_startup = Percentile(floor.startups, 0.5);
+  std::printf("\n%d hand-overs each, interleaved (post -> Zelto's first instruction;\n"
+              "start-up: exec -> blocked on the semaphore; floor (C): the same system calls\n"
+              "without the project's code; floor linked: that program with every library the\n"
+              "launcher loads):\n",
+              runs);
+  std::printf("%-24s %10s %10s %12s %10s %10s %12s\n", "variant", "p50 us", "p99 us", "start-up us",
+              "peak KiB", "p50 x C", "start-up x C");
+  for (const Variant& variant : variants) {
+    const double latency = Percentile(variant.latencies, 0.5);
+    const double startup = Percentile(variant.startups, 0.5);
+    std::printf("%-24s %10.1f %10.1f %12.1f %10ld %10.2f %12.2f\n", variant.name, latency,
+                Percentile(variant.latencies, 0.99), startup, variant.peak_kib,
+                latency / floor_latency, startup / floor_startup);
+  }
   return 0;
 }
