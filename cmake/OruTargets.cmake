@@ -36,3 +36,15 @@ function(oru_add_fuzzer name)
       -print_final_stats=1 ${scratch} ${ARG_CORPUS})
   set_tests_properties(fuzz.${name} PROPERTIES LABELS fuzz)
 endfunction()
+
+# A program that starts often and briefly (the launcher) links the C++
+# runtime into itself, keeping only the parts it calls, rather than loading
+# and relocating all of the shared one, and needs no library it does not
+# call. Not with the sanitizers, whose runtime expects the shared C++
+# library, nor with another compiler than GCC, where it is untried.
+function(oru_link_lean target)
+  if(NOT ORU_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc -Wl,--gc-sections
+                        -Wl,--as-needed)
+  endif()
+endfunction()
