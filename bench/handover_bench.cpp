@@ -5,6 +5,7 @@
 // cost up to its blocking wait, and its peak memory.
 //
 // Runs in private IPC and mount namespaces (needs root), inside a sandbox.
+#include "bench/figures_json.h"
 #include "launcher/handover.h"
 #include "locks/updater_lock.h"
 #include "platform/fs_ops.h"
@@ -163,7 +164,9 @@ bool MeasureInterleaved(Runner& runner, std::vector<Variant>& variants, int runs
 } // namespace
 
 int main(int argc, char** argv) {
-  const int runs = argc > 1 ? std::atoi(argv[1]) : kDefaultRuns;
+  // handover_bench [RUNS] [--json FILE]
+  const int runs = argc > 1 && std::atoi(argv[1]) > 0 ? std::atoi(argv[1]) : kDefaultRuns;
+  const std::string json = oru_bench::JsonPathArgument(argc, argv);
   if (!oru_testing::EnterPrivateIpcAndShm()) {
     std::fprintf(stderr, "handover_bench needs private IPC and mount namespaces (root)\n");
     return 2;
@@ -205,12 +208,20 @@ int main(int argc, char** argv) {
               runs);
   std::printf("%-24s %10s %10s %12s %10s %10s %12s\n", "variant", "p50 us", "p99 us", "start-up us",
               "peak KiB", "p50 x C", "start-up x C");
-  for (const Variant& variant : variants) {
+  std::vector<oru_bench::Figure> figures;
+  const char* const kKeys[] = {"floor_c", "floor_linked", "launcher"};
+  for (size_t index = 0; index < variants.size(); ++index) {
+    const Variant& variant = variants[index];
     const double latency = Percentile(variant.latencies, 0.5);
     const double startup = Percentile(variant.startups, 0.5);
     std::printf("%-24s %10.1f %10.1f %12.1f %10ld %10.2f %12.2f\n", variant.name, latency,
                 Percentile(variant.latencies, 0.99), startup, variant.peak_kib,
                 latency / floor_latency, startup / floor_startup);
+    figures.push_back({std::string("handover/") + kKeys[index], latency, variant.peak_kib});
+    figures.push_back({std::string("startup/") + kKeys[index], startup, variant.peak_kib});
+  }
+  if (!json.empty() && !oru_bench::WriteFigures(json, figures)) {
+    return 1;
   }
   return 0;
 }

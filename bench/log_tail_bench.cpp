@@ -2,6 +2,7 @@
 // processes, wall time and peak memory, the median of many runs, beside the
 // floor of "tail -n 10" on the same file (the same ten lines found from the
 // end, with no records parsed). The goal is under 0.1 s and 20 MB.
+#include "bench/figures_json.h"
 #include "testing/sandbox.h"
 
 #include <algorithm>
@@ -78,7 +79,7 @@ void WriteLog(const std::string& path) {
 
 } // namespace
 
-int main() {
+int main(int argc, char** argv) {
   oru_testing::Sandbox sandbox;
   const std::string log = sandbox.Path("oruu.log");
   WriteLog(log);
@@ -96,5 +97,9 @@ int main() {
   std::printf("%-28s %12.2f %14ld\n", "log_tail/floor (tail -n 10)", tail.wall_ms, tail.peak_kib);
   std::printf("%-28s %12.2f %14ld   ratio %.2fx; goal < 100 ms and < 20 MB\n", "log_tail/oructl",
               ours.wall_ms, ours.peak_kib, ours.wall_ms / tail.wall_ms);
-  return 0;
+  const std::string json = oru_bench::JsonPathArgument(argc, argv);
+  const std::vector<oru_bench::Figure> figures = {
+      {"log_tail/floor", tail.wall_ms * 1000, tail.peak_kib},
+      {"log_tail/oructl", ours.wall_ms * 1000, ours.peak_kib}};
+  return json.empty() || oru_bench::WriteFigures(json, figures) ? 0 : 1;
 }
