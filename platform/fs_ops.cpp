@@ -140,6 +140,19 @@ bool GetPermissionBits(const std::string& path, uint16_t& mode) {
 }
 
 bool GetModificationDate(const std::string& path, uint64_t& date) {
+  // One look at the item through the folder that holds it; only a link at
+  // the end of the path takes the longer way that follows it. (Callers ask
+  // this at every preferences read, to know whether the file changed.)
+  EntryRef entry;
+  struct stat info;
+  if (!ResolveEntry(path, /*follow_final_link=*/false, entry) ||
+      !StatEntry(entry.folder, entry.name, info)) {
+    return false;
+  }
+  if (!S_ISLNK(info.st_mode)) {
+    date = ModificationDateOf(info);
+    return true;
+  }
   FileRef ref;
   uint64_t modified = 0;
   if (!PathToFSRef(path, ref) || catalog::GetContentModificationDate(ref, modified) != kNoErr) {

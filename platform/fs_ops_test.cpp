@@ -437,6 +437,18 @@ TEST_F(FsOpsTest, CopyFileContentsFailsWhenTheTargetCannotBeMade) {
   EXPECT_FALSE(CopyFileContents(sandbox_.Path("from"), sandbox_.Path("no-folder/to")));
 }
 
+TEST_F(FsOpsTest, GetModificationDateOfALinkIsThatOfWhatItNames) {
+  const std::string file = sandbox_.Path("file");
+  WriteFile(file, "");
+  ASSERT_TRUE(SetModificationDate(file, 1700000000000000007ull));
+  ASSERT_EQ(symlink(file.c_str(), sandbox_.Path("link").c_str()), 0);
+  uint64_t date = 0;
+  ASSERT_TRUE(GetModificationDate(sandbox_.Path("link"), date));
+  EXPECT_EQ(date, 1700000000000000007ull);
+  ASSERT_EQ(symlink(sandbox_.Path("nothing").c_str(), sandbox_.Path("dangling").c_str()), 0);
+  EXPECT_FALSE(GetModificationDate(sandbox_.Path("dangling"), date));
+}
+
 TEST_F(FsOpsTest, GetModificationDateOfAMissingFileFailsAndLeavesTheOutput) {
   uint64_t date = 42;
   EXPECT_FALSE(GetModificationDate(sandbox_.Path("missing"), date));
