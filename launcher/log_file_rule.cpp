@@ -18,34 +18,61 @@ bool HasControlCharacter(const std::string& text) {
   });
 }
 
+// How the folders the rule compares with are found: made when missing (the
+// launcher), or only looked up (the tools).
+struct FolderLookups {
+  bool (*userLocalPath)(std::string&);
+  bool (*userLogsFolder)(std::string&);
+};
+
+const FolderLookups kMaking = {&GetUserLocalPath, &platform::GetUserLogsFolder};
+const FolderLookups kLooking = {&LookUpUserLocalPath, &platform::LookUpUserLogsFolder};
+
 // The updater's folder handed to Zelto: the parent of the folder that holds
 // the preferences and the default log files.
-bool UpdaterFolder(std::string& out) {
+bool UpdaterFolder(const FolderLookups& lookups, std::string& out) {
   std::string user_local;
-  if (!GetUserLocalPath(user_local)) {
+  if (!lookups.userLocalPath(user_local)) {
     return false;
   }
   out = platform::DirName(user_local);
   return true;
 }
 
-bool InUpdaterFolder(const std::string& path) {
+bool InUpdaterFolder(const FolderLookups& lookups, const std::string& path) {
   std::string folder;
-  return UpdaterFolder(folder) && PathIsInside(path, folder);
+  return UpdaterFolder(lookups, folder) && PathIsInside(path, folder);
 }
 
-bool InLogsFolder(const std::string& path) {
+bool InLogsFolder(const FolderLookups& lookups, const std::string& path) {
   std::string logs;
-  return platform::GetUserLogsFolder(logs) && PathIsInside(path, logs);
+  return lookups.userLogsFolder(logs) && PathIsInside(path, logs);
+}
+
+bool WorksForAnotherUserBy(const FolderLookups& lookups) {
+  std::string folder;
+  platform::FolderHandle handle;
+  return platform::IsPrivileged() && UpdaterFolder(lookups, folder) &&
+         platform::OpenFolder(folder, handle) && handle.owner() != 0;
+}
+
+std::string Refusal(const FolderLookups& lookups, const std::string& path) {
+  if (HasControlCharacter(path)) {
+    return "Oru Launcher : WARNING - LogFile preference refused: it holds a control character. "
+           "Using the default log file.";
+  }
+  if (WorksForAnotherUserBy(lookups) && !InUpdaterFolder(lookups, path) &&
+      !InLogsFolder(lookups, path)) {
+    return "Oru Launcher : WARNING - LogFile preference refused: it lies outside the user's "
+           "updater and logs folders. Using the default log file.";
+  }
+  return std::string();
 }
 
 } // namespace
 
 bool WorksForAnotherUser() {
-  std::string folder;
-  platform::FolderHandle handle;
-  return platform::IsPrivileged() && UpdaterFolder(folder) &&
-         platform::OpenFolder(folder, handle) && handle.owner() != 0;
+  return WorksForAnotherUserBy(kMaking);
 }
 
 bool PathIsInside(const std::string& path, const std::string& folder) {
@@ -66,13 +93,9 @@ bool PathIsInside(const std::string& path, const std::string& folder) {
 }
 
 std::string LogFileRefusal(const std::string& path) {
-  if (HasControlCharacter(path)) {
-    return "Oru Launcher : WARNING - LogFile preference refused: it holds a control character. "
-           "Using the default log file.";
-  }
-  if (WorksForAnotherUser() && !InUpdaterFolder(path) && !InLogsFolder(path)) {
-    return "Oru Launcher : WARNING - LogFile preference refused: it lies outside the user's "
-           "updater and logs folders. Using the default log file.";
-  }
-  return std::string();
+  return Refusal(kMaking, path);
+}
+
+std::string LogFileRefusalLookingOnly(const std::string& path) {
+  return Refusal(kLooking, path);
 }

@@ -18,6 +18,9 @@ bool WorksForAnotherUser();
 // (it would end a log line early); when working for another user, a place
 // outside that user's updater folder and logs folder.
 std::string LogFileRefusal(const std::string& path);
+// The same answer with nothing made: the folders it compares with are only
+// looked up (for tools that look and change nothing).
+std::string LogFileRefusalLookingOnly(const std::string& path);
 
 // True when `path`, in standard form, lies inside `folder` (or is it).
 bool PathIsInside(const std::string& path, const std::string& folder);

@@ -131,19 +131,31 @@ bool UpdaterLogStart() {
   }
   // The stored value is the user's choice and is left as it is; only this
   // run writes to the default instead.
-  const std::string refusal = path.empty() ? std::string() : LogFileRefusal(path);
-  if (path.empty() || !refusal.empty()) {
-    path = UpdaterDefaultLogFile();
-  }
+  const UpdaterLogChoice choice = ChooseUpdaterLog(path, level, &UpdaterDefaultLogFile, false);
+  path = choice.file;
   UpdaterLogOpen(path, level, "", kUpdaterLogName, "SHARED");
   UpdaterLogText(1, "Application Version: ", kApplicationVersion);
   UpdaterLogValue(2, "cmdline option: -logFile", path);
   UpdaterLogInt(2, "cmdline option: -logLevel", level);
-  if (!refusal.empty()) {
-    UpdaterLogWrite(2, refusal);
+  if (!choice.refusal.empty()) {
+    UpdaterLogWrite(2, choice.refusal);
   }
   WriteEarlyStoreLines();
   return true;
+}
+
+UpdaterLogChoice ChooseUpdaterLog(const std::string& stored_file, int stored_level,
+                                  std::string (*default_file)(), bool looking_only) {
+  UpdaterLogChoice choice;
+  if (!stored_file.empty()) {
+    choice.refusal =
+        looking_only ? LogFileRefusalLookingOnly(stored_file) : LogFileRefusal(stored_file);
+  }
+  choice.fileIsDefault = stored_file.empty() || !choice.refusal.empty();
+  choice.file = choice.fileIsDefault ? default_file() : stored_file;
+  choice.levelIsDefault = stored_level == -1;
+  choice.level = choice.levelIsDefault ? 2 : stored_level;
+  return choice;
 }
 
 bool UpdaterLogOpen(const std::string& path, int level, const std::string& field1,

@@ -27,6 +27,21 @@ int32_t UpdaterLogLibraryLevel(int level);
 // less. Always true. May be called again while a log is open.
 bool UpdaterLogStart();
 
+// The log file and level a run uses, from what the preferences hold
+// (`stored_level` -1 when missing): the stored file unless it is empty or
+// refused (see LogFileRefusal), and then what `default_file` gives (asked
+// only then); the stored level, or 2. `looking_only` checks the stored file
+// without making any folder.
+struct UpdaterLogChoice {
+  std::string file;
+  int level = 2;
+  bool fileIsDefault = false;
+  bool levelIsDefault = false;
+  std::string refusal; // the log line that says why the stored file was refused
+};
+UpdaterLogChoice ChooseUpdaterLog(const std::string& stored_file, int stored_level,
+                                  std::string (*default_file)(), bool looking_only);
+
 // Opens a new "UPDATER" target; true only when `path` gave it a folder and
 // a file name. A target open before stays registered beside the new one.
 bool UpdaterLogOpen(const std::string& path, int level, const std::string& field1,

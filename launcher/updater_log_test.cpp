@@ -312,3 +312,45 @@ TEST_F(UpdaterLogTest, UserLocalPathCacheWinsOverTheFolderLookup) {
 }
 
 } // namespace
+
+namespace {
+
+int default_file_asked = 0;
+std::string CountedDefaultFile() {
+  ++default_file_asked;
+  return "/default/oruu.log";
+}
+
+} // namespace
+
+TEST(UpdaterLogChoiceTest, TheStoredFileAndLevelStandAndTheDefaultIsNotAsked) {
+  default_file_asked = 0;
+  const UpdaterLogChoice choice = ChooseUpdaterLog("/some/where.log", 4, &CountedDefaultFile, true);
+  EXPECT_EQ(choice.file, "/some/where.log");
+  EXPECT_EQ(choice.level, 4);
+  EXPECT_FALSE(choice.fileIsDefault);
+  EXPECT_FALSE(choice.levelIsDefault);
+  EXPECT_TRUE(choice.refusal.empty());
+  EXPECT_EQ(default_file_asked, 0);
+}
+
+TEST(UpdaterLogChoiceTest, NothingStoredMeansTheDefaultFileAndLevelTwo) {
+  const UpdaterLogChoice choice = ChooseUpdaterLog("", -1, &CountedDefaultFile, true);
+  EXPECT_EQ(choice.file, "/default/oruu.log");
+  EXPECT_EQ(choice.level, 2);
+  EXPECT_TRUE(choice.fileIsDefault);
+  EXPECT_TRUE(choice.levelIsDefault);
+  EXPECT_TRUE(choice.refusal.empty());
+}
+
+TEST(UpdaterLogChoiceTest, ARefusedFileMeansTheDefaultWithTheLineThatSaysWhy) {
+  for (const bool looking_only : {false, true}) {
+    const UpdaterLogChoice choice =
+        ChooseUpdaterLog("/some/where\t.log", 3, &CountedDefaultFile, looking_only);
+    EXPECT_EQ(choice.file, "/default/oruu.log");
+    EXPECT_TRUE(choice.fileIsDefault);
+    EXPECT_EQ(choice.level, 3);
+    EXPECT_EQ(choice.refusal, "Oru Launcher : WARNING - LogFile preference refused: it holds a "
+                              "control character. Using the default log file.");
+  }
+}

@@ -144,6 +144,8 @@ bool GetConsoleUserHome(std::string& out);
 
 // The console user's logs folder, created (mode 0700) when missing.
 bool GetUserLogsFolder(std::string& out);
+// The same folder's path, with nothing made.
+bool LookUpUserLogsFolder(std::string& out);
 
 } // namespace platform
 

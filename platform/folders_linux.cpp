@@ -124,6 +124,16 @@ bool GetUserLogsFolder(std::string& out) {
   return true;
 }
 
+bool LookUpUserLogsFolder(std::string& out) {
+  std::string home;
+  std::string logs;
+  if (!GetConsoleUserHome(home) || !XdgUserLogsFolder(CurrentConsoleIdentity().env, logs)) {
+    return false;
+  }
+  out = logs;
+  return true;
+}
+
 namespace internal {
 
 bool FindFolderAsConsoleUser(FolderDomain domain, FolderType type, bool create, std::string& out) {

@@ -524,6 +524,26 @@ TEST_F(OructlTest, UnreadableLogOrALineThatDoesNotParseIsAnError) {
   EXPECT_EQ(Oructl({"log", "--file", log, "--since", "soonish"}).exit_code, 2);
 }
 
+// The tools take the launcher's own choice of log file: a stored LogFile
+// the launcher refuses is not where they look either.
+TEST_F(OructlTest, ARefusedLogFileIsNeitherExplainedNorReadAsTheLog) {
+  const std::string refused = sandbox_->Path("chosen\t.log");
+  oru_testing::WriteFile(refused, LogLine("11/22/26 10:00:00:000", "1", "INFO", "not this one"));
+  ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+  oru_testing::WriteFile(PrefsPath(), "<?xml version=\"1.0\" encoding=\"UTF-8\" ?>\n"
+                                      "<Preferences>\n<LogFile>" +
+                                          refused + "</LogFile>\n</Preferences>\n");
+  const std::string default_log = PrefsFolder() + "/oruu.log";
+  oru_testing::WriteFile(default_log, LogLine("11/22/26 10:00:00:000", "1", "INFO", "this one"));
+
+  const auto explained = nlohmann::json::parse(Oructl({"explain", "--json"}).output);
+  EXPECT_EQ(explained["log_file"], default_log);
+  EXPECT_EQ(explained["log_file_refused"],
+            "Oru Launcher : WARNING - LogFile preference refused: it holds a control character. "
+            "Using the default log file.");
+  EXPECT_EQ(Oructl({"log"}).output, LogLine("11/22/26 10:00:00:000", "1", "INFO", "this one"));
+}
+
 TEST_F(OructlTest, OptionsAreReadTheSameWayByEveryCommand) {
   EXPECT_EQ(Oructl({"-h"}).exit_code, 0);
   for (const char* command : {"status", "explain", "doctor", "prefs", "unlock-prefs", "log"}) {

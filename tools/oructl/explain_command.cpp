@@ -93,14 +93,12 @@ int ExplainCommand(const Arguments& given) {
       !esd::ChangeDiffTypeImpl<std::string, int>::ChangeType(level_text, level)) {
     level = -1;
   }
-  const bool file_default = log_file.empty();
-  const bool level_default = level == -1;
-  if (file_default) {
-    log_file = UpdaterDefaultLogPath();
-  }
-  if (level_default) {
-    level = 2;
-  }
+  const UpdaterLogChoice log =
+      ChooseUpdaterLog(log_file, level, &UpdaterDefaultLogPath, /*looking_only=*/true);
+  const bool file_default = log.fileIsDefault;
+  const bool level_default = log.levelIsDefault;
+  log_file = log.file;
+  level = log.level;
   const std::string said = Sentence(plan.outcome, zelto_runnable);
   // The vector Zelto would get; shown whenever Zelto's place is known.
   std::vector<std::string> argv = plan.argv;
@@ -119,6 +117,8 @@ int ExplainCommand(const Arguments& given) {
                           {"zelto_executable", zelto_runnable},
                           {"argv", argv},
                           {"log_file", log_file},
+                          {"log_file_refused", log.refusal.empty() ? oru_tools::Json(nullptr)
+                                                                   : oru_tools::Json(log.refusal)},
                           {"log_level", level},
                           {"library_level", UpdaterLogLibraryLevel(level)}});
   } else {
@@ -135,7 +135,12 @@ int ExplainCommand(const Arguments& given) {
       std::printf("  %s\n", word.c_str());
     }
     std::printf("log file: %s%s\n", log_file.c_str(),
-                file_default ? " (default; would be written to the preferences)" : "");
+                !log.refusal.empty() ? " (default: the stored LogFile is refused)"
+                : file_default       ? " (default; would be written to the preferences)"
+                                     : "");
+    if (!log.refusal.empty()) {
+      std::printf("  the launcher would log: %s\n", log.refusal.c_str());
+    }
     std::printf("log level: %d%s (library level %s)\n", level,
                 level_default ? " (default; would be written to the preferences)" : "",
                 oobe::LevelName(UpdaterLogLibraryLevel(level)));

@@ -80,7 +80,7 @@ std::string UpdaterDefaultLogPath() {
 std::string UpdaterLogPath() {
   std::string path;
   (void)esd::ReadStoredText(UpdaterPrefsPath(), "Preferences", "LogFile", path); // else the default
-  return path.empty() ? UpdaterDefaultLogPath() : path;
+  return ChooseUpdaterLog(path, -1, &UpdaterDefaultLogPath, /*looking_only=*/true).file;
 }
 
 } // namespace oructl
