@@ -135,11 +135,14 @@ void StartZelto(const HandOverPlan& plan) {
 int RunHandOver() {
   UpdaterLogStart();
   std::unique_ptr<UpdaterLock> single_instance;
+  HandOverFacts before_the_wait;
   try {
     single_instance = std::make_unique<UpdaterLock>(kOruLauncherKey);
   } catch (const updater_init_failed& failure) {
-    // Another launcher runs: the plan's kAlreadyRunning.
     UpdaterLogValue(kLauncherLines, "Oru Launcher : ", failure.what());
+    before_the_wait.anotherLauncherRuns = true;
+  }
+  if (PlanHandOver(before_the_wait).outcome == HandOverOutcome::kAlreadyRunning) {
     Log("Oru Launcher : WARNING - Failed to acquire NuvexUpdaterUtils::kOruLauncherKey lock.");
     HandBack();
     return 0;
@@ -153,7 +156,7 @@ int RunHandOver() {
   const HandOverPlan plan = PlanHandOver(FactsAfterTheWait());
   switch (plan.outcome) {
   case HandOverOutcome::kAlreadyRunning:
-    break; // decided before the wait
+    break; // decided, and acted on, before the wait
   case HandOverOutcome::kInstallerGone:
     Log("Oru Launcher : WARNING - Update Installer is not running . Hence quitting.");
     UpdaterLogClose();
