@@ -219,6 +219,56 @@ TEST_F(OructlLogTest, FollowShowsRecordsWrittenBeforeAndAfterARotation) {
   EXPECT_EQ(oru_testing::FinishProgram(follower), -SIGTERM);
 }
 
+// The follower is stopped while the log is rotated and then grows past the
+// place where the follower stopped reading: once it runs again it still
+// shows each new record once, from the start of the emptied file.
+TEST_F(OructlLogTest, FollowSeesARotationItSleptThroughWhenTheLogHasGrownPastIt) {
+  const std::string filler = LogLine("11/22/26 10:00:00:000", "7", "INFO", std::string(200, 'x'));
+  std::string big;
+  while (big.size() < 10u * 1024 * 1024) {
+    big += filler;
+  }
+  oru_testing::WriteFile(Log(), big + LogLine("11/22/26 10:00:01:000", "7", "INFO", "the last"));
+  ChildProgram follower =
+      oru_testing::StartProgram(ORU_ORUCTL, {"log", "-f", "-n", "1", "--file", Log()});
+  LineWaiter output(fileno(follower.output));
+  std::vector<std::string> seen;
+  ASSERT_TRUE(output.Until("the last", seen));
+
+  ASSERT_EQ(kill(follower.pid, SIGSTOP), 0);
+  ASSERT_EQ(Oructl({"log", "write", "--file", Log(), "after the rotation"}).exit_code, 0);
+  // Another writer then appends more than the follower had read before.
+  const std::string more = LogLine("11/22/26 10:00:02:000", "8", "INFO", std::string(200, 'y'));
+  std::string appended;
+  int more_lines = 0;
+  while (appended.size() < big.size() + 4096) {
+    appended += more;
+    ++more_lines;
+  }
+  appended += LogLine("11/22/26 10:00:03:000", "8", "INFO", "the end");
+  const int fd = open(Log().c_str(), O_WRONLY | O_APPEND);
+  ASSERT_GE(fd, 0);
+  ASSERT_EQ(write(fd, appended.data(), appended.size()), static_cast<ssize_t>(appended.size()));
+  close(fd);
+  ASSERT_EQ(kill(follower.pid, SIGCONT), 0);
+
+  seen.clear();
+  ASSERT_TRUE(output.Until("the end", seen)) << "the follower stopped";
+  int rotated = 0;
+  int shown_more = 0;
+  int shown_filler = 0;
+  for (const std::string& line : seen) {
+    rotated += line.find("after the rotation") != std::string::npos ? 1 : 0;
+    shown_more += line.find("yyyyyyyy") != std::string::npos ? 1 : 0;
+    shown_filler += line.find("xxxxxxxx") != std::string::npos ? 1 : 0;
+  }
+  EXPECT_EQ(rotated, 1);
+  EXPECT_EQ(shown_more, more_lines);
+  EXPECT_EQ(shown_filler, 0);
+  kill(follower.pid, SIGTERM);
+  EXPECT_EQ(oru_testing::FinishProgram(follower), -SIGTERM);
+}
+
 TEST_F(OructlLogTest, SinceAndUntilTakeIsoDaysAndRelativeTimes) {
   oru_testing::WriteFile(Log(), LogLine(TimeAgo(3 * 3600), "1", "INFO", "three hours ago") +
                                     LogLine(TimeAgo(90 * 60), "2", "INFO", "ninety minutes ago") +

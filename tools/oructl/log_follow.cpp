@@ -20,6 +20,7 @@ public:
       : live_(std::move(live)), sink_(sink) {}
 
   bool Start(const ReadPosition& from, std::string& error) {
+    newestCopy_ = NewestCopy();
     if (!OpenLogFile(live_, fd_, error)) {
       return false;
     }
@@ -44,11 +45,30 @@ public:
       error = "cannot read the log " + live_ + ": " + std::strerror(errno);
       return false;
     }
-    if (info.st_size < position_.offset) {
-      // Emptied by a rotation: what was written before it is in the copy.
-      if (!ReadRotatedRest(error)) {
+    // A rotation copies the live file (writers wait meanwhile) and then
+    // empties it. A new copy is what says so, whatever the live file's size
+    // is by the time of this look: it may have grown past what was read.
+    const std::string copy = NewestCopy();
+    if (copy != newestCopy_) {
+      newestCopy_ = copy;
+      off_t copied = 0;
+      if (!ReadRotatedRest(copy, copied, error)) {
         return false;
       }
+      emptyingPending_ = true;
+      copiedSize_ = copied;
+    }
+    if (emptyingPending_) {
+      // Still the size of the copy: not emptied yet (no writer can write
+      // before it is); look again at the next event.
+      if (info.st_size == copiedSize_) {
+        return true;
+      }
+      emptyingPending_ = false;
+      position_.offset = 0;
+      position_.lines = 0;
+    } else if (info.st_size < position_.offset) {
+      // Emptied with no copy made (the copy failed): start again.
       position_.offset = 0;
       position_.lines = 0;
     }
@@ -83,21 +103,29 @@ private:
     return go_on;
   }
 
-  bool ReadRotatedRest(std::string& error) {
+  // The newest dated copy of the live log, or "" when there is none.
+  std::string NewestCopy() const {
     const std::vector<std::string> files = LogFilesOf(live_);
-    if (files.size() < 2) {
-      return true; // emptied without a copy: nothing more to read
-    }
-    platform::ScopedFd copy;
-    if (!OpenLogFile(files[files.size() - 2], copy, error)) {
-      return false;
-    }
+    return files.size() < 2 ? std::string() : files[files.size() - 2];
+  }
+
+  // The records of `copy` after what was read of the live file; `size` is
+  // the copy's size.
+  bool ReadRotatedRest(const std::string& copy, off_t& size, std::string& error) {
+    platform::ScopedFd file;
     struct stat info;
-    if (!copy.valid() || fstat(copy.get(), &info) != 0 || info.st_size < position_.offset) {
+    if (copy.empty() || !OpenLogFile(copy, file, error)) {
+      return error.empty();
+    }
+    if (!file.valid() || fstat(file.get(), &info) != 0) {
+      return true;
+    }
+    size = info.st_size;
+    if (info.st_size < position_.offset) {
       return true;
     }
     ReadPosition rest = position_;
-    return ReadFrom(copy.get(), files[files.size() - 2], rest, error);
+    return ReadFrom(file.get(), copy, rest, error);
   }
 
   // Moves to the file that now has the live log's name, when that is
@@ -126,6 +154,9 @@ private:
   const RecordAssembler::Sink& sink_;
   platform::ScopedFd fd_;
   ReadPosition position_;
+  std::string newestCopy_;
+  bool emptyingPending_ = false; // a copy was read; the live file is not emptied yet
+  off_t copiedSize_ = 0;
 };
 
 } // namespace

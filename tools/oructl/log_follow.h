@@ -15,10 +15,10 @@ namespace oructl {
 // event was missed.
 //
 // A rotation copies the live file to a dated copy and then empties it: when
-// the live file is found shorter than what was read, the records written
-// after `from` and before the rotation are read from the newest copy, then
-// the live file from its start. A live file replaced by another one is read
-// from its start.
+// a new copy appears, the records written after what was read and before
+// the rotation are read from that copy, then the live file from its start
+// once it has been emptied (however far it has grown again by the time it is
+// looked at). A live file replaced by another one is read from its start.
 bool FollowLog(const std::string& live, ReadPosition from, const RecordAssembler::Sink& sink,
                std::string& error);
 
