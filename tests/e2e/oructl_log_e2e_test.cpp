@@ -138,6 +138,20 @@ std::string OnATerminal(const std::vector<std::string>& arguments,
   return shown;
 }
 
+// Whether the process goes to sleep (state "S") within 10 s: a follower that
+// has read everything waits in poll. Looked at every millisecond.
+bool SleepsSoon(pid_t pid) {
+  for (int look = 0; look < 10000; ++look) {
+    const std::string stat = oru_testing::ReadFile("/proc/" + std::to_string(pid) + "/stat");
+    const size_t state = stat.rfind(") ");
+    if (state != std::string::npos && stat.compare(state + 2, 1, "S") == 0) {
+      return true;
+    }
+    usleep(1000);
+  }
+  return false;
+}
+
 class OructlLogTest : public e2e::E2eTest {
 protected:
   std::string Log() const { return sandbox_->Path("oruu.log"); }
@@ -235,6 +249,7 @@ TEST_F(OructlLogTest, FollowSeesARotationItSleptThroughWhenTheLogHasGrownPastIt)
   std::vector<std::string> seen;
   ASSERT_TRUE(output.Until("the last", seen));
 
+  ASSERT_TRUE(SleepsSoon(follower.pid)) << "the follower never waited for the log to grow";
   ASSERT_EQ(kill(follower.pid, SIGSTOP), 0);
   ASSERT_EQ(Oructl({"log", "write", "--file", Log(), "after the rotation"}).exit_code, 0);
   // Another writer then appends more than the follower had read before.

@@ -225,6 +225,7 @@ int PrintRecords(const std::string& file, const Filters& filters, long count, bo
     printer.Finish(log_has_records);
     return kOk;
   }
+  end.newestCopy = files.size() < 2 ? std::string() : files[files.size() - 2];
   std::fflush(stdout);
   printer.StartFollowing();
   const auto print_new = [&](const LogRecord& record) {

@@ -20,7 +20,7 @@ public:
       : live_(std::move(live)), sink_(sink) {}
 
   bool Start(const ReadPosition& from, std::string& error) {
-    newestCopy_ = NewestCopy();
+    newestCopy_ = from.newestCopy;
     if (!OpenLogFile(live_, fd_, error)) {
       return false;
     }
@@ -73,6 +73,13 @@ public:
       position_.lines = 0;
     }
     if (!ReadFrom(fd_.get(), live_, position_, error)) {
+      // No line starts where the last one read ended: the file was emptied
+      // and written again between the look for copies above and the read (a
+      // rotation came in between). The new copy tells; take it from there.
+      if (!error.empty() && position_.offset > 0 && NewestCopy() != newestCopy_) {
+        error.clear();
+        return CatchUp(error);
+      }
       return false;
     }
     return Reopen(error);

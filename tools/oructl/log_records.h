@@ -100,6 +100,9 @@ struct ReadPosition {
   off_t offset = 0;
   int lines = -1;
   bool exists = false;
+  // The newest dated copy of the log when the reading began ("" for none):
+  // a newer one is a rotation that came after.
+  std::string newestCopy;
 };
 
 // Every record of the files, in order, to `sink` until it returns false. A
