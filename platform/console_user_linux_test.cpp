@@ -1,5 +1,4 @@
 #include "platform/console_user.h"
-
 #include "testing/child_process.h"
 #include "testing/sandbox.h"
 

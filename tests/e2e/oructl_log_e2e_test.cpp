@@ -13,6 +13,7 @@
 #include <pty.h>
 #include <signal.h>
 #include <string>
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -112,8 +113,18 @@ private:
 std::string OnATerminal(const std::vector<std::string>& arguments,
                         const std::vector<std::string>& environment) {
   int terminal = -1;
-  const pid_t child = forkpty(&terminal, nullptr, nullptr, nullptr);
+  int its_end = -1;
+  if (openpty(&terminal, &its_end, nullptr, nullptr, nullptr) != 0) {
+    return "";
+  }
+  const pid_t child = fork();
   if (child == 0) {
+    close(terminal);
+    setsid();
+    ioctl(its_end, TIOCSCTTY, 0);
+    dup2(its_end, STDIN_FILENO);
+    dup2(its_end, STDOUT_FILENO);
+    dup2(its_end, STDERR_FILENO);
     for (const std::string& setting : environment) {
       putenv(const_cast<char*>(setting.c_str()));
     }
@@ -125,16 +136,34 @@ std::string OnATerminal(const std::vector<std::string>& arguments,
     execv(ORU_ORUCTL, argv.data());
     _exit(127);
   }
+  // This end of the program's terminal stays open here too, so that what the
+  // program (and its pager, which it waits for) wrote before exiting is never
+  // dropped with the terminal: it is read until the program has exited and
+  // nothing more comes. At most 10 s in all.
   std::string shown;
-  char block[4096];
-  struct pollfd ready = {terminal, POLLIN, 0};
-  ssize_t got = 0;
-  // The terminal reports an error once the child and its pager are gone.
-  while (poll(&ready, 1, 10000) == 1 && (got = read(terminal, block, sizeof block)) > 0) {
-    shown.append(block, static_cast<size_t>(got));
+  bool exited = false;
+  for (int wait = 0; wait < 200; ++wait) {
+    struct pollfd ready = {terminal, POLLIN, 0};
+    if (poll(&ready, 1, 50) == 1) {
+      char block[4096];
+      const ssize_t got = read(terminal, block, sizeof block);
+      if (got <= 0) {
+        break;
+      }
+      shown.append(block, static_cast<size_t>(got));
+      continue;
+    }
+    if (exited) {
+      break; // exited, and nothing came for 50 ms since
+    }
+    exited = waitpid(child, nullptr, WNOHANG) == child;
   }
+  if (!exited) {
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+  }
+  close(its_end);
   close(terminal);
-  waitpid(child, nullptr, 0);
   return shown;
 }
 
@@ -155,6 +184,19 @@ bool SleepsSoon(pid_t pid) {
 class OructlLogTest : public e2e::E2eTest {
 protected:
   std::string Log() const { return sandbox_->Path("oruu.log"); }
+
+  // A log past the 10 MiB at which a writer at INFO sets it aside: records
+  // of 200 "x" and then "the last". Its size.
+  size_t WriteALogDueForRotation() {
+    const std::string filler = LogLine("11/22/26 10:00:00:000", "7", "INFO", std::string(200, 'x'));
+    std::string big;
+    while (big.size() < 10u * 1024 * 1024) {
+      big += filler;
+    }
+    big += LogLine("11/22/26 10:00:01:000", "7", "INFO", "the last");
+    oru_testing::WriteFile(Log(), big);
+    return big.size();
+  }
 };
 
 TEST_F(OructlLogTest, LastRecordsAreReadFromTheEndAcrossTheRotatedCopies) {
@@ -197,13 +239,7 @@ TEST_F(OructlLogTest, LastRecordsAreReadFromTheEndAcrossTheRotatedCopies) {
 }
 
 TEST_F(OructlLogTest, FollowShowsRecordsWrittenBeforeAndAfterARotation) {
-  // Past the 10 MiB at which a writer at INFO sets the log aside.
-  std::string big;
-  const std::string filler = LogLine("11/22/26 10:00:00:000", "7", "INFO", std::string(200, 'x'));
-  while (big.size() < 10u * 1024 * 1024) {
-    big += filler;
-  }
-  oru_testing::WriteFile(Log(), big + LogLine("11/22/26 10:00:01:000", "7", "INFO", "the last"));
+  WriteALogDueForRotation();
 
   ChildProgram follower =
       oru_testing::StartProgram(ORU_ORUCTL, {"log", "-f", "-n", "1", "--file", Log()});
@@ -237,12 +273,7 @@ TEST_F(OructlLogTest, FollowShowsRecordsWrittenBeforeAndAfterARotation) {
 // place where the follower stopped reading: once it runs again it still
 // shows each new record once, from the start of the emptied file.
 TEST_F(OructlLogTest, FollowSeesARotationItSleptThroughWhenTheLogHasGrownPastIt) {
-  const std::string filler = LogLine("11/22/26 10:00:00:000", "7", "INFO", std::string(200, 'x'));
-  std::string big;
-  while (big.size() < 10u * 1024 * 1024) {
-    big += filler;
-  }
-  oru_testing::WriteFile(Log(), big + LogLine("11/22/26 10:00:01:000", "7", "INFO", "the last"));
+  const size_t read_before = WriteALogDueForRotation();
   ChildProgram follower =
       oru_testing::StartProgram(ORU_ORUCTL, {"log", "-f", "-n", "1", "--file", Log()});
   LineWaiter output(fileno(follower.output));
@@ -256,7 +287,7 @@ TEST_F(OructlLogTest, FollowSeesARotationItSleptThroughWhenTheLogHasGrownPastIt)
   const std::string more = LogLine("11/22/26 10:00:02:000", "8", "INFO", std::string(200, 'y'));
   std::string appended;
   int more_lines = 0;
-  while (appended.size() < big.size() + 4096) {
+  while (appended.size() < read_before + 4096) {
     appended += more;
     ++more_lines;
   }
