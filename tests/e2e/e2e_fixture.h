@@ -12,6 +12,7 @@
 
 #include <gtest/gtest.h>
 #include <memory>
+#include <signal.h>
 #include <string>
 
 namespace e2e {
@@ -32,6 +33,22 @@ protected:
 
   std::unique_ptr<oru_testing::Sandbox> sandbox_;
 };
+
+// One hand-over while the caller plays the running installer (it holds the
+// installer's lock): a launcher started, seen waiting for the post, posted,
+// and ended. The launcher's exit status, or -1 when it never waited (it is
+// then killed).
+inline int HandOverOnce() {
+  UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
+  oru_testing::ChildProgram launcher = Start(ORU_LAUNCHER_EXE);
+  if (!WaitForWaiters(rendezvous.semaphoreSet(), 1)) {
+    kill(launcher.pid, SIGKILL);
+    Wait(launcher);
+    return -1;
+  }
+  rendezvous.Release();
+  return Wait(launcher);
+}
 
 // The installer's side while a launcher waits for its post: the fake Zelto
 // in place, the installer's lock held, the rendezvous made, and a launcher

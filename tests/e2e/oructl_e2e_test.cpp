@@ -195,11 +195,7 @@ TEST_F(OructlTest, ExplainPrintsExactlyTheArgumentVectorTheLauncherPasses) {
   const std::vector<std::string> predicted = JsonArgv(explain.output);
   ASSERT_EQ(predicted.size(), 6u) << explain.output;
 
-  UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
-  ChildProgram launcher = e2e::Start(ORU_LAUNCHER_EXE);
-  ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), 1));
-  rendezvous.Release();
-  EXPECT_EQ(e2e::Wait(launcher), 0);
+  ASSERT_EQ(e2e::HandOverOnce(), 0);
   ASSERT_TRUE(zelto.WaitForStart());
   EXPECT_EQ(zelto.Arguments(), predicted);
 }

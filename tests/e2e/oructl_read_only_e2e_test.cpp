@@ -185,11 +185,7 @@ TEST_F(OructlReadOnlyTest, WithALogOfSeveralRuns) {
   e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
   UpdaterLock installer(kUpdateInstallerKey);
   for (int run = 0; run < 2; ++run) {
-    UpdaterLock_Wait rendezvous(kSyncOruLauncherWaitKey);
-    ChildProgram launcher = e2e::Start(ORU_LAUNCHER_EXE);
-    ASSERT_TRUE(e2e::WaitForWaiters(rendezvous.semaphoreSet(), 1));
-    rendezvous.Release();
-    EXPECT_EQ(e2e::Wait(launcher), 0);
+    ASSERT_EQ(e2e::HandOverOnce(), 0);
     ASSERT_TRUE(zelto.WaitForStart());
   }
   // A record with bytes that are no UTF-8 and control characters in it.
