@@ -13,7 +13,7 @@ bool IsStreamSpace(char c) {
 
 } // namespace
 
-bool ChildIndex::LookupName(const std::string& name, std::string_view& out) {
+bool ChildIndex::LookupName(std::string_view name, std::string_view& out) {
   size_t begin = 0;
   while (begin < name.size() && IsStreamSpace(name[begin])) {
     ++begin;
@@ -30,7 +30,7 @@ bool ChildIndex::LookupName(const std::string& name, std::string_view& out) {
   if (end == begin) {
     return false;
   }
-  out = std::string_view(name).substr(begin, end - begin);
+  out = name.substr(begin, end - begin);
   return true;
 }
 

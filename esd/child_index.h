@@ -28,7 +28,7 @@ public:
   void Removed();
 
   // The name a child is found under; false when it can never be found.
-  static bool LookupName(const std::string& name, std::string_view& out);
+  static bool LookupName(std::string_view name, std::string_view& out);
 
 private:
   void Build();

@@ -2,7 +2,10 @@
 
 #include "platform/safe_fs.h"
 
+#include <algorithm>
+#include <cstring>
 #include <errno.h>
+#include <memory>
 #include <new>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,24 +14,54 @@ namespace esd {
 
 namespace {
 
-// Reads up to `size` bytes, fewer only at the end of the file; -1 on error.
-ssize_t ReadChunk(int fd, char* buffer, size_t size) {
-  size_t got = 0;
-  while (got < size) {
-    const ssize_t read_now = read(fd, buffer + got, size - got);
-    if (read_now == 0) {
-      break;
+// Hands a file out in small pieces while asking the system for it in large
+// ones, as a buffered stream does: the parser takes a chunk at a time, but a
+// system call per chunk would cost more than parsing it.
+class BufferedFile {
+public:
+  static constexpr size_t kBufferBytes = 64 * 1024;
+
+  explicit BufferedFile(int fd) : fd_(fd), buffer_(new char[kBufferBytes]) {}
+
+  // Copies up to `size` bytes, fewer only at the end of the file; -1 on error.
+  ssize_t Read(char* out, size_t size) {
+    size_t got = 0;
+    while (got < size) {
+      if (next_ == end_) {
+        const ssize_t filled = Fill();
+        if (filled < 0) {
+          return -1;
+        }
+        if (filled == 0) {
+          break;
+        }
+      }
+      const size_t taken = std::min(size - got, end_ - next_);
+      std::memcpy(out + got, buffer_.get() + next_, taken);
+      next_ += taken;
+      got += taken;
     }
-    if (read_now < 0) {
-      if (errno == EINTR) {
+    return static_cast<ssize_t>(got);
+  }
+
+private:
+  ssize_t Fill() {
+    for (;;) {
+      const ssize_t read_now = read(fd_, buffer_.get(), kBufferBytes);
+      if (read_now < 0 && errno == EINTR) {
         continue;
       }
-      return -1;
+      next_ = 0;
+      end_ = read_now > 0 ? static_cast<size_t>(read_now) : 0;
+      return read_now;
     }
-    got += static_cast<size_t>(read_now);
   }
-  return static_cast<ssize_t>(got);
-}
+
+  int fd_;
+  std::unique_ptr<char[]> buffer_;
+  size_t next_ = 0;
+  size_t end_ = 0;
+};
 
 } // namespace
 
@@ -45,7 +78,8 @@ bool ExpatDOMBuilder<Node>::Create(const char* encoding, const char* namespace_s
   }
   XML_SetUserData(parser_, this);
   try {
-    document_ = std::make_unique<Node>(std::string());
+    arena_ = XMLArena::Create();
+    document_.reset(new (*arena_) Node(*arena_, std::string_view()));
     document_->MarkAsDocument();
     document_->SetAttributeData("version", "1.0");
     document_->SetAttributeData("encoding", "UTF-8");
@@ -99,19 +133,27 @@ typename ExpatDOMBuilder<Node>::FileResult ExpatDOMBuilder<Node>::ReadFile(const
   if (status.st_size <= 0) {
     return FileResult::kNoData;
   }
-  if (!parser_) {
-    return FileResult::kOverLimit; // no parser: nothing was learnt of the bytes
+  if (!parser_ || !arena_ || !document_) {
+    return FileResult::kOverLimit; // no parser or document: nothing was learnt of the bytes
   }
   if (static_cast<uint64_t>(status.st_size) > kMaxFileBytes) {
     return FileResult::kOverLimit;
   }
+  // The nodes take what the file gives them into the arena until the read
+  // ends, however it ends.
+  struct Filling {
+    explicit Filling(XMLArena& filled) : arena(filled) { arena.StartFilling(); }
+    ~Filling() { arena.StopFilling(); }
+    XMLArena& arena;
+  } filling(*arena_);
+  BufferedFile bytes(file.get());
   uint64_t total = 0;
   for (;;) {
     void* buffer = XML_GetBuffer(parser_, static_cast<int>(kChunkBytes));
     if (!buffer) {
       return FileResult::kOverLimit;
     }
-    const ssize_t got = ReadChunk(file.get(), static_cast<char*>(buffer), kChunkBytes);
+    const ssize_t got = bytes.Read(static_cast<char*>(buffer), kChunkBytes);
     if (got < 0) {
       return FileResult::kUnreadable;
     }
@@ -144,6 +186,10 @@ template <typename Node> void ExpatDOMBuilder<Node>::Clear() {
     nodeStack_.pop();
   }
   document_.reset();
+  if (arena_) {
+    arena_->Release();
+    arena_ = nullptr;
+  }
   inElement_ = false;
   nodeCount_ = 0;
   stopped_ = false;
@@ -173,10 +219,10 @@ void ExpatDOMBuilder<Node>::StartElement(const XML_Char* name, const XML_Char** 
   }
   Node* parent = nodeStack_.top();
   inElement_ = true;
-  scratchName_.assign(name);
-  auto node = std::make_unique<Node>(scratchName_);
+  std::unique_ptr<Node> node(new (*arena_) Node(*arena_, std::string_view(name)));
   Node* added = node.get();
-  parent->AddChild(node.release());
+  parent->AddChild(added);
+  node.release(); // the parent owns it now
   nodeStack_.push(added);
   for (const XML_Char** pair = attributes; pair && pair[0]; pair += 2) {
     scratchName_.assign(pair[0]);

@@ -6,6 +6,7 @@
 #ifndef ORU_ESD_EXPAT_DOM_BUILDER_H
 #define ORU_ESD_EXPAT_DOM_BUILDER_H
 
+#include "esd/xml_arena.h"
 #include "esd/xml_node.h"
 
 #include <boost/noncopyable.hpp>
@@ -79,6 +80,9 @@ private:
   // afterwards are ignored.
   void Stop();
 
+  // Where the nodes read from a file live; the builder holds one reference
+  // from Create to Clear, and each node holds one.
+  XMLArena* arena_ = nullptr;
   std::unique_ptr<Node> document_;
   std::stack<Node*, std::deque<Node*>> nodeStack_;
   bool inElement_ = false;
@@ -88,7 +92,7 @@ private:
   // Why the parse was stopped: a limit or memory, not the bytes.
   bool limitReached_ = false;
   // Reused for the strings handed to the nodes, so that reading a file does
-  // not allocate a temporary per name, attribute and run of text.
+  // not allocate a temporary per attribute and run of text.
   std::string scratchName_;
   std::string scratchValue_;
 };

@@ -15,7 +15,9 @@
 #include <boost/noncopyable.hpp>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <type_traits>
 
 namespace esd {
@@ -70,13 +72,13 @@ public:
       return true;
     }
     for (const auto& entry : element->children) {
-      const auto attribute = entry->attributes().find(kKeyAttribute);
+      const std::optional<std::string_view> entry_key = entry->AttributeValue(kKeyAttribute);
       V value{};
-      if (attribute == entry->attributes().end() || !FromText(entry->GetData(), value)) {
+      if (!entry_key || !FromText(entry->GetData(), value)) {
         out.clear();
         return false;
       }
-      out[attribute->second] = value;
+      out[std::string(*entry_key)] = value;
     }
     return true;
   }

@@ -1,6 +1,9 @@
 #include "esd/xml_node.h"
 
+#include "esd/xml_arena.h"
+
 #include <algorithm>
+#include <new>
 
 namespace esd {
 
@@ -20,41 +23,234 @@ void HandOverChildren(std::vector<std::unique_ptr<XMLDocumentNode>>& children,
   children.clear();
 }
 
+// The arena of the node whose destructor has just run on this thread, for
+// the operator delete that follows it, or null for a node on the heap. A
+// destroyed object's fields cannot be read by then; this hand-over is what
+// lets a node carry no field for where its memory came from.
+thread_local XMLArena* arena_of_destroyed_node = nullptr;
+
 } // namespace
 
+struct XMLDocumentNode::AttributeEntry {
+  XMLName name;
+  XMLText value;
+};
+
+// A header followed by `capacity` entries in ascending name order, in an
+// arena or on the heap.
+struct XMLDocumentNode::AttributeList {
+  static constexpr uint32_t kOnHeap = 0x80000000u;
+
+  uint32_t count;
+  uint32_t capacityAndPlace;
+
+  size_t capacity() const { return capacityAndPlace & ~kOnHeap; }
+  AttributeEntry* entries() { return reinterpret_cast<AttributeEntry*>(this + 1); }
+  const AttributeEntry* entries() const {
+    return reinterpret_cast<const AttributeEntry*>(this + 1);
+  }
+
+  static AttributeList* Make(size_t capacity, XMLArena* arena) {
+    static_assert(sizeof(AttributeList) % alignof(AttributeEntry) == 0,
+                  "entries follow the header without padding");
+    const size_t bytes = sizeof(AttributeList) + capacity * sizeof(AttributeEntry);
+    void* memory = arena ? arena->Allocate(bytes, alignof(AttributeEntry)) : ::operator new(bytes);
+    auto* list = static_cast<AttributeList*>(memory);
+    list->count = 0;
+    list->capacityAndPlace = static_cast<uint32_t>(capacity) | (arena ? 0 : kOnHeap);
+    return list;
+  }
+
+  // Destroys the entries; the memory goes back only when it is the heap's.
+  static void Free(AttributeList* list) {
+    for (uint32_t index = 0; index < list->count; ++index) {
+      list->entries()[index].~AttributeEntry();
+    }
+    if (list->capacityAndPlace & kOnHeap) {
+      ::operator delete(list);
+    }
+  }
+};
+
+struct XMLDocumentNode::DocumentFields {
+  XMLText version;
+  AttributeList* attributes = nullptr;
+};
+
 XMLDocumentNode::XMLDocumentNode(const std::string& node_name) : name(node_name) {}
+
+XMLDocumentNode::XMLDocumentNode(XMLArena& arena, std::string_view node_name)
+    : name(XMLName::Borrowing(arena.InternName(node_name))), extras_(kInArenaBit) {}
 
 XMLDocumentNode::~XMLDocumentNode() {
   if (pending_destruction) {
     HandOverChildren(children, *pending_destruction);
+  } else {
+    std::vector<XMLDocumentNode*> pending;
+    pending_destruction = &pending;
+    HandOverChildren(children, pending);
+    while (!pending.empty()) {
+      XMLDocumentNode* next = pending.back();
+      pending.pop_back();
+      delete next;
+    }
+    pending_destruction = nullptr;
+  }
+  DestroyAttributes();
+  if (isDocument()) {
+    delete documentFields();
+  }
+  // Last, so that no other node's deletion comes in between.
+  arena_of_destroyed_node = (extras_ & kInArenaBit) ? XMLArena::Of(this) : nullptr;
+}
+
+void* XMLDocumentNode::operator new(size_t size) {
+  return ::operator new(size);
+}
+
+static_assert(alignof(XMLDocumentNode) <= alignof(void*), "the arena aligns nodes as pointers");
+
+void* XMLDocumentNode::operator new(size_t size, XMLArena& arena) {
+  return arena.AllocateNode(size);
+}
+
+void XMLDocumentNode::operator delete(void* memory) noexcept {
+  XMLArena* arena = arena_of_destroyed_node;
+  arena_of_destroyed_node = nullptr;
+  if (arena) {
+    arena->Release();
+  } else {
+    ::operator delete(memory);
+  }
+}
+
+// Only when a constructor throws: the memory was never a whole node.
+void XMLDocumentNode::operator delete(void* /*memory*/, XMLArena& arena) noexcept {
+  arena_of_destroyed_node = nullptr;
+  arena.Release();
+}
+
+XMLArena* XMLDocumentNode::fillingArena() const {
+  if (!(extras_ & kInArenaBit)) {
+    return nullptr;
+  }
+  XMLArena* arena = XMLArena::Of(this);
+  return arena->filling() ? arena : nullptr;
+}
+
+XMLDocumentNode::DocumentFields* XMLDocumentNode::documentFields() const {
+  return isDocument() ? reinterpret_cast<DocumentFields*>(extras_ & ~kTagBits) : nullptr;
+}
+
+XMLDocumentNode::AttributeList* XMLDocumentNode::attributeList() const {
+  if (const DocumentFields* fields = documentFields()) {
+    return fields->attributes;
+  }
+  if (extras_ & kSingleAttributeBit) {
+    return nullptr;
+  }
+  return reinterpret_cast<AttributeList*>(extras_ & ~kTagBits);
+}
+
+XMLDocumentNode::AttributeSpan XMLDocumentNode::attributeSpan() const {
+  if (!isDocument() && (extras_ & kSingleAttributeBit)) {
+    return {reinterpret_cast<AttributeEntry*>(extras_ & ~kTagBits), 1};
+  }
+  AttributeList* list = attributeList();
+  return list ? AttributeSpan{list->entries(), list->count} : AttributeSpan{nullptr, 0};
+}
+
+// A single attribute is always in the arena: only its strings may need freeing.
+void XMLDocumentNode::DestroyAttributes() {
+  if (AttributeList* list = attributeList()) {
+    AttributeList::Free(list);
+  } else if (const AttributeSpan single = attributeSpan(); single.count == 1) {
+    single.first->~AttributeEntry();
+  }
+}
+
+void XMLDocumentNode::SetAttributeList(AttributeList* list) {
+  if (DocumentFields* fields = documentFields()) {
+    fields->attributes = list;
     return;
   }
-  std::vector<XMLDocumentNode*> pending;
-  pending_destruction = &pending;
-  HandOverChildren(children, pending);
-  while (!pending.empty()) {
-    XMLDocumentNode* next = pending.back();
-    pending.pop_back();
-    delete next;
-  }
-  pending_destruction = nullptr;
+  extras_ = reinterpret_cast<uintptr_t>(list) | (extras_ & kInArenaBit);
 }
 
 void XMLDocumentNode::SetData(const std::string& text) {
-  data = text;
+  if (XMLArena* arena = fillingArena()) {
+    data = XMLText();
+    data.AppendIn(*arena, text);
+    return;
+  }
+  data.assign(text);
 }
 
 void XMLDocumentNode::AppendData(const std::string& text) {
-  data += text;
+  if (XMLArena* arena = fillingArena()) {
+    data.AppendIn(*arena, text);
+    return;
+  }
+  data.append(text);
 }
 
 void XMLDocumentNode::SetAttributeData(const std::string& attribute, const std::string& value) {
-  RareFields& rare = rareToChange();
-  if (rare.isDocument && attribute == "version") {
-    rare.version = value;
+  if (DocumentFields* fields = documentFields(); fields && attribute == "version") {
+    fields->version.assign(value);
     return;
   }
-  rare.attributes[attribute] = value;
+  InsertAttribute(attribute, value);
+}
+
+void XMLDocumentNode::InsertAttribute(std::string_view attribute, std::string_view value) {
+  XMLArena* arena = fillingArena();
+  const AttributeSpan held = attributeSpan();
+  AttributeEntry* first = held.first;
+  const size_t count = held.count;
+  AttributeEntry* place =
+      std::lower_bound(first, first + count, attribute, [](const AttributeEntry& entry, auto name) {
+        return entry.name.view() < name;
+      });
+  if (place != first + count && place->name.view() == attribute) {
+    XMLText replaced;
+    if (arena) {
+      replaced.AppendIn(*arena, value);
+    } else {
+      replaced.assign(value);
+    }
+    place->value = std::move(replaced);
+    return;
+  }
+  AttributeEntry added{
+      arena ? XMLName::Borrowing(arena->InternName(attribute)) : XMLName(attribute), XMLText()};
+  if (arena) {
+    added.value.AppendIn(*arena, value);
+  } else {
+    added.value.assign(value);
+  }
+  if (count == 0 && arena && !isDocument()) {
+    void* memory = arena->Allocate(sizeof(AttributeEntry), alignof(AttributeEntry));
+    auto* single = new (memory) AttributeEntry(std::move(added));
+    extras_ = reinterpret_cast<uintptr_t>(single) | (extras_ & kInArenaBit) | kSingleAttributeBit;
+    return;
+  }
+  const size_t offset = static_cast<size_t>(place - first);
+  AttributeList* list = attributeList();
+  const size_t capacity = list ? list->capacity() : count;
+  if (count == capacity) {
+    AttributeList* grown = AttributeList::Make(capacity == 0 ? 1 : 2 * capacity, arena);
+    for (size_t index = 0; index < count; ++index) {
+      new (&grown->entries()[index]) AttributeEntry(std::move(first[index]));
+    }
+    grown->count = static_cast<uint32_t>(count);
+    DestroyAttributes();
+    SetAttributeList(grown);
+    list = grown;
+    first = list->entries();
+  }
+  new (&first[count]) AttributeEntry(std::move(added));
+  list->count = static_cast<uint32_t>(count + 1);
+  std::rotate(first + offset, first + count, first + count + 1);
 }
 
 void XMLDocumentNode::AddChild(XMLDocumentNode* child) {
@@ -78,44 +274,62 @@ bool XMLDocumentNode::RemoveChild(XMLDocumentNode* child) {
 void XMLDocumentNode::Complete() {}
 
 std::string XMLDocumentNode::GetData() const {
-  return data;
+  return data.str();
 }
 
 std::string XMLDocumentNode::GetName() const {
-  return name;
+  return name.str();
 }
 
 std::vector<XMLDocumentNode::Attribute> XMLDocumentNode::GetAttributes() const {
-  const AttributeMap& all = attributes();
-  return std::vector<Attribute>(all.begin(), all.end());
+  const AttributeSpan held = attributeSpan();
+  std::vector<Attribute> all;
+  all.reserve(held.count);
+  for (size_t index = 0; index < held.count; ++index) {
+    all.emplace_back(held.first[index].name.str(), held.first[index].value.str());
+  }
+  return all;
 }
 
-const std::string& XMLDocumentNode::version() const {
-  return rare().version;
+std::string XMLDocumentNode::version() const {
+  const DocumentFields* fields = documentFields();
+  return fields ? fields->version.str() : std::string();
 }
 
-const XMLDocumentNode::AttributeMap& XMLDocumentNode::attributes() const {
-  return rare().attributes;
+XMLDocumentNode::AttributeMap XMLDocumentNode::attributes() const {
+  const std::vector<Attribute> all = GetAttributes();
+  return AttributeMap(all.begin(), all.end());
 }
 
-bool XMLDocumentNode::isDocument() const {
-  return rare().isDocument;
+std::optional<std::string_view> XMLDocumentNode::AttributeValue(std::string_view attribute) const {
+  const AttributeSpan held = attributeSpan();
+  const AttributeEntry* first = held.first;
+  const AttributeEntry* last = first + held.count;
+  const AttributeEntry* place = std::lower_bound(
+      first, last, attribute,
+      [](const AttributeEntry& entry, std::string_view name) { return entry.name.view() < name; });
+  if (place == last || place->name.view() != attribute) {
+    return std::nullopt;
+  }
+  return place->value.view();
 }
 
 void XMLDocumentNode::MarkAsDocument() {
-  rareToChange().isDocument = true;
-}
-
-const XMLDocumentNode::RareFields& XMLDocumentNode::rare() const {
-  static const RareFields kNone;
-  return rare_ ? *rare_ : kNone;
-}
-
-XMLDocumentNode::RareFields& XMLDocumentNode::rareToChange() {
-  if (!rare_) {
-    rare_ = std::make_unique<RareFields>();
+  if (isDocument()) {
+    return;
   }
-  return *rare_;
+  auto fields = std::make_unique<DocumentFields>();
+  if (extras_ & kSingleAttributeBit) {
+    AttributeEntry* single = attributeSpan().first;
+    AttributeList* list = AttributeList::Make(1, nullptr);
+    new (&list->entries()[0]) AttributeEntry(std::move(*single));
+    list->count = 1;
+    single->~AttributeEntry();
+    fields->attributes = list;
+  } else {
+    fields->attributes = attributeList();
+  }
+  extras_ = reinterpret_cast<uintptr_t>(fields.release()) | (extras_ & kInArenaBit) | kDocumentBit;
 }
 
 } // namespace esd

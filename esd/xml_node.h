@@ -3,21 +3,31 @@
 // A node owns its children. No operation on a tree recurses on its depth:
 // destruction and the writer walk with explicit stacks, so a document of any
 // depth cannot exhaust the process stack.
+//
+// A file is read into nodes and strings from one arena (see XMLArena); nodes
+// made by code are on the heap. A tree may mix both, and every operation
+// behaves the same on either.
 #ifndef ORU_ESD_XML_NODE_H
 #define ORU_ESD_XML_NODE_H
 
 #include "esd/change_type.h"
+#include "esd/xml_strings.h"
 
 #include <boost/noncopyable.hpp>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <typeinfo>
 #include <utility>
 #include <vector>
 
 namespace esd {
+
+class XMLArena;
 
 class XMLDocumentNode : private boost::noncopyable {
 public:
@@ -25,10 +35,20 @@ public:
   using AttributeMap = std::map<std::string, std::string>;
 
   explicit XMLDocumentNode(const std::string& node_name);
+  // A node made while reading a file, whose name and strings come from
+  // `arena`. Only ever made as `new (arena) Node(arena, name)`.
+  XMLDocumentNode(XMLArena& arena, std::string_view node_name);
 
   // Destroys the whole subtree, each node through its own (virtual)
   // destructor, parents before their children and children in order.
   virtual ~XMLDocumentNode();
+
+  // Nodes live on the heap or in the arena of the document they were read
+  // into; deleting one returns its memory to whichever it came from.
+  static void* operator new(size_t size);
+  static void* operator new(size_t size, XMLArena& arena);
+  static void operator delete(void* memory) noexcept;
+  static void operator delete(void* memory, XMLArena& arena) noexcept;
 
   virtual void SetData(const std::string& text);
   virtual void AppendData(const std::string& text);
@@ -47,31 +67,49 @@ public:
   virtual std::vector<Attribute> GetAttributes() const;
 
   // The declaration's version; set on a document node only.
-  const std::string& version() const;
-  // Changed only through SetAttributeData.
-  const AttributeMap& attributes() const;
-  bool isDocument() const;
+  std::string version() const;
+  // A copy of every attribute; they change only through SetAttributeData.
+  AttributeMap attributes() const;
+  // One attribute's value, without copying it.
+  std::optional<std::string_view> AttributeValue(std::string_view attribute) const;
+  bool isDocument() const { return (extras_ & kDocumentBit) != 0; }
   // Made the invisible top of a tree, once, right after construction.
   void MarkAsDocument();
 
   std::vector<std::unique_ptr<XMLDocumentNode>> children;
-  std::string data;
-  std::string name;
+  XMLText data;
+  XMLName name;
 
 private:
-  // What a plain element never has is kept out of line and made on first
-  // use: a large file is almost all plain elements, and keeping the
-  // version, the attribute map and the document flag in every node would
-  // make each of them 80 bytes larger, close to twice the size.
-  struct RareFields {
-    std::string version;
-    AttributeMap attributes;
-    bool isDocument = false;
-  };
-  const RareFields& rare() const;
-  RareFields& rareToChange();
+  struct AttributeEntry;
+  struct AttributeList;
+  struct DocumentFields;
 
-  std::unique_ptr<RareFields> rare_;
+  // What a plain element never has is kept out of line, behind one word:
+  // the attributes of an element, or the version and attributes of a
+  // document. Its low bits say which, and whether the node is in an arena.
+  // An element read with one attribute (most of a large file) points at
+  // that attribute alone, without a list around it.
+  static constexpr uintptr_t kDocumentBit = 1;
+  static constexpr uintptr_t kInArenaBit = 2;
+  static constexpr uintptr_t kSingleAttributeBit = 4;
+  static constexpr uintptr_t kTagBits = kDocumentBit | kInArenaBit | kSingleAttributeBit;
+
+  struct AttributeSpan {
+    AttributeEntry* first;
+    size_t count;
+  };
+
+  // The arena that takes this node's strings now, or null for the heap.
+  XMLArena* fillingArena() const;
+  AttributeList* attributeList() const;
+  AttributeSpan attributeSpan() const;
+  void DestroyAttributes();
+  void SetAttributeList(AttributeList* list);
+  DocumentFields* documentFields() const;
+  void InsertAttribute(std::string_view attribute, std::string_view value);
+
+  uintptr_t extras_ = 0;
 };
 
 // Answers whether a node has the wanted name. The node's name must be one
