@@ -55,7 +55,10 @@ void XMLArena::StartBlock() {
   if (!memory) {
     throw std::bad_alloc();
   }
-  if (whole_large_pages) {
+  // The first block serves every small document and is faulted in page by
+  // page as it fills; a document that needs a second one is large, and the
+  // rest of its blocks are asked for whole.
+  if (!blocks_.empty()) {
     platform::PrefaultWholePages(memory, size);
   }
   blocks_.push_back({memory, size});

@@ -18,9 +18,9 @@ void UnmapPages(void* pages, size_t size);
 size_t LargePageBytes();
 
 // Memory about to be written whole: asks the system to back it now, with
-// large pages where it can, instead of one fault per page on first touch.
-// `pages` and `size` are multiples of LargePageBytes(). Only a hint: it
-// may do nothing, and the memory is usable either way.
+// large pages where the range holds whole ones, instead of one fault per
+// page on first touch. Only a hint: it may do nothing, and the memory is
+// usable either way.
 void PrefaultWholePages(void* pages, size_t size);
 
 } // namespace platform
