@@ -7,6 +7,7 @@
 #include "platform/utf8.h"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <sstream>
 #include <stdexcept>
 
@@ -102,6 +103,7 @@ void PrefsWriter::SetPrefsPath(const std::string& path) {
     throw std::runtime_error("Prefs file unable to lock file for reading!");
   }
   struct stat info = {};
+  knownFile_ = KnownFile();
   switch (domBuilder_.ReadFile(path, &info)) {
   case ExpatDOMBuilder<XMLDocumentNode>::FileResult::kParsed:
   case ExpatDOMBuilder<XMLDocumentNode>::FileResult::kNoData:
@@ -171,6 +173,38 @@ void PrefsWriter::LoadParsedDocument(const struct stat& info) {
   // between the read and a later look at the path must still count as
   // newer than what is in memory.
   lastModified_ = platform::ModificationDateOf(info);
+  RememberFile(info);
+}
+
+void PrefsWriter::RememberFile(const struct stat& info) {
+  knownFile_ = KnownFile();
+  if (info.st_ino == 0 || !S_ISREG(info.st_mode)) {
+    return; // nothing was there
+  }
+  knownFile_.known = true;
+  knownFile_.device = info.st_dev;
+  knownFile_.inode = info.st_ino;
+  knownFile_.size = info.st_size;
+  knownFile_.modified = info.st_mtim;
+  knownFile_.changed = info.st_ctim;
+}
+
+bool PrefsWriter::KnownFileIsUnchanged() const {
+  // One look, by the whole path. It may pass through links a user made in
+  // the folders above the file, but it only decides whether to look
+  // further: the same device and inode is the very file that was read or
+  // saved, and the same size and times say nobody wrote to it since. Any
+  // other answer takes the careful way below, which reads only through
+  // folders it has checked.
+  struct stat seen;
+  if (!knownFile_.known || fstatat(AT_FDCWD, prefsPath_.c_str(), &seen, AT_SYMLINK_NOFOLLOW) != 0) {
+    return false;
+  }
+  return seen.st_dev == knownFile_.device && seen.st_ino == knownFile_.inode &&
+         seen.st_size == knownFile_.size && seen.st_mtim.tv_sec == knownFile_.modified.tv_sec &&
+         seen.st_mtim.tv_nsec == knownFile_.modified.tv_nsec &&
+         seen.st_ctim.tv_sec == knownFile_.changed.tv_sec &&
+         seen.st_ctim.tv_nsec == knownFile_.changed.tv_nsec;
 }
 
 bool PrefsWriter::LockPrefs() {
@@ -184,6 +218,9 @@ bool PrefsWriter::LockPrefs() {
 bool PrefsWriter::RefreshIfModified() {
   if (fileState_ == PrefsFileState::kNotRead && !prefsPath_.empty()) {
     SetPrefsPath(prefsPath_); // the first read, now that the lock is held
+    return true;
+  }
+  if (KnownFileIsUnchanged()) {
     return true;
   }
   uint64_t date = 0;
@@ -204,6 +241,7 @@ void PrefsWriter::EmptyDOM() {
     return;
   }
   domBuilder_.Clear();
+  knownFile_ = KnownFile(); // the tree no longer holds any file's bytes
   prefsRoot_ = nullptr;
   rootIndex_.Reset(nullptr);
   if (domBuilder_.Create(nullptr, nullptr)) {
@@ -262,6 +300,7 @@ bool PrefsWriter::Save() {
 }
 
 void PrefsWriter::RecordSavedDate() {
+  knownFile_ = KnownFile();
   uint64_t date = 0;
   if (!platform::GetModificationDate(prefsPath_, date)) {
     return;
@@ -274,6 +313,17 @@ void PrefsWriter::RecordSavedDate() {
     date = lastModified_ + 1;
   }
   lastModified_ = date;
+  // The file now holds the tree; it is known from here on, through folders
+  // that were checked.
+  platform::EntryRef file;
+  struct stat info;
+  if (platform::ResolveEntry(prefsPath_, /*follow_final_link=*/false, file) &&
+      platform::StatEntry(file.folder, file.name, info) &&
+      platform::ModificationDateOf(info) == date) {
+    RememberFile(info);
+  } else {
+    knownFile_ = KnownFile();
+  }
 }
 
 XMLDocumentNode* PrefsWriter::GetPrefsNode(const std::string& name, bool create) {

@@ -23,6 +23,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <sys/stat.h>
 #include <type_traits>
 
 namespace esd {
@@ -138,12 +139,26 @@ private:
   // the date this process last saw, so that every other process notices.
   void RecordSavedDate();
 
+  // The file whose bytes the tree holds, as it was last read or saved.
+  struct KnownFile {
+    bool known = false;
+    dev_t device = 0;
+    ino_t inode = 0;
+    off_t size = 0;
+    struct timespec modified = {};
+    struct timespec changed = {};
+  };
+  void RememberFile(const struct stat& info);
+  // Whether the path names that very file, unchanged since (one look).
+  bool KnownFileIsUnchanged() const;
+
   ExpatDOMBuilder<XMLDocumentNode> domBuilder_;
   XMLDocumentNode* prefsRoot_ = nullptr;
   std::string prefsPath_;
   std::string rootName_;
   LockPolicyInterface* lockPolicy_ = nullptr;
   uint64_t lastModified_ = 0;
+  KnownFile knownFile_;
   PrefsFileState fileState_ = PrefsFileState::kNotRead;
   std::string movedAsideTo_;
   ChildIndex rootIndex_;

@@ -20,9 +20,13 @@ uint64_t RealtimeNanoseconds() {
   return static_cast<uint64_t>(now.tv_sec) * 1000000000u + static_cast<uint64_t>(now.tv_nsec);
 }
 
-HolderRecord ReadRecord(int fd) {
+HolderRecord ReadRecord(int fd, ssize_t* bytes = nullptr) {
   char text[kMaxRecordBytes + 1] = {};
   const ssize_t got = pread(fd, text, kMaxRecordBytes, 0);
+  if (bytes) {
+    // A record longer than a read takes is of unknown length.
+    *bytes = got >= 0 && static_cast<size_t>(got) < kMaxRecordBytes ? got : -1;
+  }
   HolderRecord record;
   if (got <= 0) {
     return record;
@@ -59,15 +63,17 @@ bool HolderRecordFile::Open(const std::string& resource) {
 }
 
 bool HolderRecordFile::TryLock() {
+  bytes_ = kUnknownBytes; // others may have written it since
   return platform::TryLockOpenFile(file_.get());
 }
 
 void HolderRecordFile::Unlock() {
+  bytes_ = kUnknownBytes;
   (void)platform::UnlockOpenFile(file_.get()); // closing the file gives it back too
 }
 
 HolderRecord HolderRecordFile::Read() const {
-  return ReadRecord(file_.get());
+  return ReadRecord(file_.get(), &bytes_);
 }
 
 bool HolderRecordFile::WriteThisProcess() {
@@ -76,12 +82,17 @@ bool HolderRecordFile::WriteThisProcess() {
                                    static_cast<long>(getpid()), RealtimeNanoseconds());
   // The record is short and written at once, so a reader sees all of it or
   // the empty file it replaces; a longer earlier record is cut off after.
-  return pwrite(file_.get(), text, static_cast<size_t>(length), 0) == length &&
-         ftruncate(file_.get(), length) == 0;
+  const bool written =
+      pwrite(file_.get(), text, static_cast<size_t>(length), 0) == length &&
+      ((bytes_ != kUnknownBytes && bytes_ <= length) || ftruncate(file_.get(), length) == 0);
+  bytes_ = written ? length : kUnknownBytes;
+  return written;
 }
 
 bool HolderRecordFile::Clear() {
-  return ftruncate(file_.get(), 0) == 0;
+  const bool cleared = ftruncate(file_.get(), 0) == 0;
+  bytes_ = cleared ? 0 : kUnknownBytes;
+  return cleared;
 }
 
 HolderView LookAtHolder(const std::string& resource) {

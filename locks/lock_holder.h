@@ -50,7 +50,13 @@ public:
   bool Clear();
 
 private:
+  static constexpr ssize_t kUnknownBytes = -1;
+
   platform::ScopedFd file_;
+  // The file's length as this process last read or left it while holding
+  // the record's lock (nobody else writes it then), so that a write over an
+  // empty record need not cut anything off after it.
+  mutable ssize_t bytes_ = kUnknownBytes;
 };
 
 // What a look from outside sees; takes and changes nothing.

@@ -199,6 +199,32 @@ TEST_F(ResourceLockerTest, AHolderKeepsARecordNamingItWhileItHoldsAndLeavesNoneA
   EXPECT_FALSE(ResourceLocker::IsHeldByAnyone(resource_));
 }
 
+// Left-over bytes that name nobody (a record file some other writer spoiled)
+// are no holder; the record written over them is cut to its own length.
+TEST_F(ResourceLockerTest, ARecordWrittenOverLongerLeftoverBytesIsCutToItsOwnLength) {
+  const std::string record_path = HolderRecordPath(resource_);
+  {
+    std::FILE* spoiled = std::fopen(record_path.c_str(), "w");
+    ASSERT_NE(spoiled, nullptr);
+    std::fputs(std::string(100, 'x').c_str(), spoiled);
+    std::fclose(spoiled);
+  }
+  ResourceLocker locker(resource_, 0);
+  ASSERT_TRUE(locker.Lock());
+  std::FILE* written = std::fopen(record_path.c_str(), "r");
+  ASSERT_NE(written, nullptr);
+  char text[200] = {};
+  const size_t length = std::fread(text, 1, sizeof text - 1, written);
+  std::fclose(written);
+  EXPECT_EQ(std::string(text, length).find('x'), std::string::npos) << text;
+  EXPECT_EQ(LookAtHolder(resource_).holder.pid, getpid());
+  ASSERT_TRUE(locker.Unlock(false));
+  // Taken again over its own cleared record, it writes a whole one again.
+  ASSERT_TRUE(locker.Lock());
+  EXPECT_EQ(LookAtHolder(resource_).holder.pid, getpid());
+  ASSERT_TRUE(locker.Unlock(false));
+}
+
 TEST_F(ResourceLockerTest, ForcedUnlockOfANameThatIsNotThereFails) {
   ResourceLocker locker(resource_, 0);
   EXPECT_FALSE(locker.Unlock(true));
