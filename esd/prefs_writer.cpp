@@ -7,7 +7,6 @@
 #include "platform/utf8.h"
 
 #include <algorithm>
-#include <fcntl.h>
 #include <sstream>
 #include <stdexcept>
 
@@ -194,10 +193,10 @@ bool PrefsWriter::KnownFileIsUnchanged() const {
   // the folders above the file, but it only decides whether to look
   // further: the same device and inode is the very file that was read or
   // saved, and the same size and times say nobody wrote to it since. Any
-  // other answer takes the careful way below, which reads only through
+  // other answer takes the careful look of GetModificationDate, through
   // folders it has checked.
   struct stat seen;
-  if (!knownFile_.known || fstatat(AT_FDCWD, prefsPath_.c_str(), &seen, AT_SYMLINK_NOFOLLOW) != 0) {
+  if (!knownFile_.known || !platform::StatUncheckedPath(prefsPath_, seen)) {
     return false;
   }
   return seen.st_dev == knownFile_.device && seen.st_ino == knownFile_.inode &&

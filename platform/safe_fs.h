@@ -113,6 +113,13 @@ bool OpenFileAt(const std::string& path, const OpenOptions& options, ScopedFd& o
 // The status of an item inside `folder`, the item itself if it is a link.
 bool StatEntry(const FolderHandle& folder, const std::string& name, struct stat& info);
 
+// The one exception to the rules above: the status of whatever `path` names
+// now (a link at its end not followed), in one look that may pass through
+// links a user made on the way. Only for asking whether an item found the
+// careful way is still there unchanged (same device, inode, size, times),
+// never for choosing what to open, read or change.
+bool StatUncheckedPath(const std::string& path, struct stat& info);
+
 // Removes a file or link (never what it points to), or with `is_folder` an
 // empty folder, from `folder`.
 bool RemoveEntry(const FolderHandle& folder, const std::string& name, bool is_folder);

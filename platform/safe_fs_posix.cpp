@@ -524,6 +524,10 @@ bool StatEntry(const FolderHandle& folder, const std::string& name, struct stat&
   return fstatat(folder.fd(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+bool StatUncheckedPath(const std::string& path, struct stat& info) {
+  return fstatat(AT_FDCWD, path.c_str(), &info, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 bool RemoveEntry(const FolderHandle& folder, const std::string& name, bool is_folder) {
   if (!IsSingleComponent(name)) {
     return Fail(EINVAL);

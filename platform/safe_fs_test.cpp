@@ -86,6 +86,29 @@ TEST_F(SafeFsTest, FinalLinkIsNeverFollowedWhenAFileIsOpened) {
   EXPECT_EQ(ReadFile(target), "root data");
 }
 
+// The unchecked look sees what the kernel's walk finds, links on the way
+// included, but never what a link at the end names, and never opens it.
+TEST_F(SafeFsTest, TheUncheckedLookPassesFolderLinksButNotAFinalOne) {
+  const std::string real = sandbox_.Path("real");
+  ASSERT_EQ(mkdir(real.c_str(), 0755), 0);
+  WriteFile(real + "/file", "data");
+  ASSERT_EQ(mkfifo((real + "/fifo").c_str(), 0600), 0);
+  const std::string folder_link = sandbox_.Path("folder-link");
+  ASSERT_EQ(symlink(real.c_str(), folder_link.c_str()), 0);
+  struct stat direct;
+  struct stat through_link;
+  ASSERT_EQ(stat((real + "/file").c_str(), &direct), 0);
+  ASSERT_TRUE(StatUncheckedPath(folder_link + "/file", through_link));
+  EXPECT_EQ(through_link.st_ino, direct.st_ino);
+  struct stat final_link;
+  ASSERT_TRUE(StatUncheckedPath(folder_link, final_link));
+  EXPECT_TRUE(S_ISLNK(final_link.st_mode));
+  struct stat fifo;
+  ASSERT_TRUE(StatUncheckedPath(real + "/fifo", fifo)); // a look, so it does not wait
+  EXPECT_TRUE(S_ISFIFO(fifo.st_mode));
+  EXPECT_FALSE(StatUncheckedPath(real + "/missing", fifo));
+}
+
 TEST_F(SafeFsTest, NothingIsCreatedThroughADanglingLink) {
   const std::string link = sandbox_.Path("dangling");
   ASSERT_EQ(symlink(sandbox_.Path("made-through-link").c_str(), link.c_str()), 0);
