@@ -25,15 +25,16 @@ enum class Kind {
 };
 
 struct Metric {
-  const char* name;
-  const char* project;
-  const char* floor;
+  std::string name;
+  std::string project;
+  std::string floor;
   Kind kind;
   double goal_ratio; // at most this many times the floor; 0: none
   double goal_limit; // at most this (microseconds or KiB); 0: none
-  const char* goal_text;
+  std::string goal_text;
 };
 
+// Every metric but the XML load, which AllMetrics adds for each file size.
 const Metric kMetrics[] = {
     {"hand-over p50, post to app", "handover/launcher", "handover/floor_c", Kind::kTime, 1.2, 0,
      "<= 1.2x"},
@@ -41,24 +42,6 @@ const Metric kMetrics[] = {
     {"  of it: the libraries", "startup/floor_linked", "startup/floor_c", Kind::kTime, 0, 0, "-"},
     {"launcher peak memory", "handover/launcher", "handover/floor_c", Kind::kMemory, 0, 3072,
      "<= 3 MiB"},
-    {"XML load 1 MiB vs bare expat", "xml_load_1MiB/esd_reader", "xml_load_1MiB/floor", Kind::kTime,
-     1.2, 0, "<= 1.2x"},
-    {"  vs pugixml", "xml_load_1MiB/esd_reader", "xml_load_1MiB/pugixml", Kind::kTime, 1.0, 0,
-     "<= 1x"},
-    {"  expat fed 1 KiB at a time", "xml_load_1MiB/expat_1024_chunks", "xml_load_1MiB/floor",
-     Kind::kTime, 0, 0, "-"},
-    {"XML load 5 MiB vs bare expat", "xml_load_5MiB/esd_reader", "xml_load_5MiB/floor", Kind::kTime,
-     1.2, 0, "<= 1.2x"},
-    {"  vs pugixml", "xml_load_5MiB/esd_reader", "xml_load_5MiB/pugixml", Kind::kTime, 1.0, 0,
-     "<= 1x"},
-    {"  expat fed 1 KiB at a time", "xml_load_5MiB/expat_1024_chunks", "xml_load_5MiB/floor",
-     Kind::kTime, 0, 0, "-"},
-    {"XML load 15 MiB vs bare expat", "xml_load_15MiB/esd_reader", "xml_load_15MiB/floor",
-     Kind::kTime, 1.2, 0, "<= 1.2x"},
-    {"  vs pugixml", "xml_load_15MiB/esd_reader", "xml_load_15MiB/pugixml", Kind::kTime, 1.0, 0,
-     "<= 1x"},
-    {"  expat fed 1 KiB at a time", "xml_load_15MiB/expat_1024_chunks", "xml_load_15MiB/floor",
-     Kind::kTime, 0, 0, "-"},
     {"XML peak memory, 15 MiB file", "xml_load_15MiB/esd_reader_peak", "xml_load_15MiB/file",
      Kind::kMemory, 2.0, 0, "<= 2x"},
     {"preferences Get, unchanged", "prefs_get/file_unchanged", "prefs_get/floor", Kind::kTime, 1.5,
@@ -75,6 +58,35 @@ const Metric kMetrics[] = {
     {"  its peak memory", "log_tail/oructl", "log_tail/floor", Kind::kMemory, 0, 20 * 1024,
      "< 20 MB"},
 };
+
+// The XML load of each file size, against bare expat and against pugixml,
+// and what feeding expat 1 KiB at a time costs on its own.
+std::vector<Metric> XMLLoadMetrics() {
+  std::vector<Metric> metrics;
+  for (const char* size : {"1", "5", "15"}) {
+    const std::string group = std::string("xml_load_") + size + "MiB/";
+    metrics.push_back({std::string("XML load ") + size + " MiB vs bare expat", group + "esd_reader",
+                       group + "floor", Kind::kTime, 1.2, 0, "<= 1.2x"});
+    metrics.push_back(
+        {"  vs pugixml", group + "esd_reader", group + "pugixml", Kind::kTime, 1.0, 0, "<= 1x"});
+    metrics.push_back({"  expat fed 1 KiB at a time", group + "expat_1024_chunks", group + "floor",
+                       Kind::kTime, 0, 0, "-"});
+  }
+  return metrics;
+}
+
+// In the order of the table: the XML load comes before the XML memory.
+std::vector<Metric> AllMetrics() {
+  std::vector<Metric> metrics;
+  for (const Metric& metric : kMetrics) {
+    if (metric.project.rfind("xml_load_", 0) == 0) {
+      const std::vector<Metric> loads = XMLLoadMetrics();
+      metrics.insert(metrics.end(), loads.begin(), loads.end());
+    }
+    metrics.push_back(metric);
+  }
+  return metrics;
+}
 
 double Microseconds(double value, const std::string& unit) {
   if (unit == "ns") {
@@ -166,13 +178,13 @@ void PrintTable(const std::vector<Row>& rows) {
   for (const Row& row : rows) {
     const Metric& metric = *row.metric;
     if (!row.measured) {
-      std::printf("%-30s %14s %14s %8s %9s  %s\n", metric.name, "-", "-", "-", metric.goal_text,
-                  Verdict(row).c_str());
+      std::printf("%-30s %14s %14s %8s %9s  %s\n", metric.name.c_str(), "-", "-", "-",
+                  metric.goal_text.c_str(), Verdict(row).c_str());
       continue;
     }
-    std::printf("%-30s %14s %14s %7.2fx %9s  %s\n", metric.name,
+    std::printf("%-30s %14s %14s %7.2fx %9s  %s\n", metric.name.c_str(),
                 Amount(row.project, metric.kind).c_str(), Amount(row.floor, metric.kind).c_str(),
-                row.ratio, metric.goal_text, Verdict(row).c_str());
+                row.ratio, metric.goal_text.c_str(), Verdict(row).c_str());
   }
 }
 
@@ -268,7 +280,8 @@ int main(int argc, char** argv) {
     }
   }
   std::vector<Row> rows;
-  for (const Metric& metric : kMetrics) {
+  const std::vector<Metric> metrics = AllMetrics();
+  for (const Metric& metric : metrics) {
     rows.push_back(Evaluate(metric, runs));
   }
   PrintTable(rows);
