@@ -168,6 +168,10 @@ typename ExpatDOMBuilder<Node>::FileResult ExpatDOMBuilder<Node>::ReadFile(const
     if (limitReached_ || PendingMarkupBytes() > kMaxMarkupBytes) {
       return FileResult::kOverLimit;
     }
+    // The parser running out of memory says nothing about the bytes.
+    if (!accepted && XML_GetErrorCode(parser_) == XML_ERROR_NO_MEMORY) {
+      return FileResult::kOverLimit;
+    }
     if (!accepted) {
       return FileResult::kMalformed;
     }
@@ -217,6 +221,9 @@ void ExpatDOMBuilder<Node>::StartElement(const XML_Char* name, const XML_Char** 
     Stop();
     return;
   }
+  // Room to destroy the tree is made before it grows deeper, so that a tree
+  // read until memory ran out can still be destroyed.
+  Node::ReserveDestructionDepth(nodeStack_.size() + 1);
   Node* parent = nodeStack_.top();
   inElement_ = true;
   std::unique_ptr<Node> node(new (*arena_) Node(*arena_, std::string_view(name)));

@@ -16,12 +16,28 @@ struct ParseCall {
   bool final_chunk;
 };
 std::vector<ParseCall> parse_calls;
+// When set, the parser fails at that call (counted from 0) as if it had run
+// out of memory.
+int fail_for_memory_at_call = -1;
 } // namespace
 
 extern "C" enum XML_Status __real_XML_ParseBuffer(XML_Parser parser, int length, int is_final);
 extern "C" enum XML_Status __wrap_XML_ParseBuffer(XML_Parser parser, int length, int is_final) {
   parse_calls.push_back({length, is_final != 0});
+  if (fail_for_memory_at_call >= 0 &&
+      static_cast<int>(parse_calls.size()) > fail_for_memory_at_call) {
+    return XML_STATUS_ERROR;
+  }
   return __real_XML_ParseBuffer(parser, length, is_final);
+}
+
+extern "C" enum XML_Error __real_XML_GetErrorCode(XML_Parser parser);
+extern "C" enum XML_Error __wrap_XML_GetErrorCode(XML_Parser parser) {
+  if (fail_for_memory_at_call >= 0 &&
+      static_cast<int>(parse_calls.size()) > fail_for_memory_at_call) {
+    return XML_ERROR_NO_MEMORY;
+  }
+  return __real_XML_GetErrorCode(parser);
 }
 
 namespace esd {
@@ -167,6 +183,18 @@ TEST_F(ExpatDOMBuilderTest, AttributesAreKeptInNameOrderWhateverTheirOrderInTheF
   ASSERT_TRUE(Parse("<A zeta=\"3\" alpha=\"1\" mid=\"2\"/>"));
   EXPECT_EQ(Child(Document(), 0).GetAttributes(),
             (std::vector<XMLDocumentNode::Attribute>{{"alpha", "1"}, {"mid", "2"}, {"zeta", "3"}}));
+}
+
+// The parser running out of memory says nothing about the file's bytes: a
+// caller that puts malformed files aside must not be told they are.
+TEST_F(ExpatDOMBuilderTest, AParserOutOfMemoryIsOverALimitNotMalformed) {
+  WriteFile(path_, "<A>" + std::string(3000, 'v') + "</A>");
+  fail_for_memory_at_call = 1;
+  const Builder::FileResult result = builder_.ReadFile(path_, nullptr);
+  fail_for_memory_at_call = -1;
+  EXPECT_EQ(result, Builder::FileResult::kOverLimit);
+  ASSERT_TRUE(builder_.Create(nullptr, nullptr));
+  EXPECT_EQ(builder_.ReadFile(path_, nullptr), Builder::FileResult::kParsed);
 }
 
 TEST_F(ExpatDOMBuilderTest, ParsingWithoutCreateFails) {

@@ -1,14 +1,17 @@
 #include "esd/expat_dom_builder.h"
 #include "esd/xml_arena.h"
 #include "esd/xml_writer.h"
+#include "testing/child_process.h"
 #include "testing/sandbox.h"
 #include "testing/xml_test_support.h"
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <memory>
 #include <set>
 #include <sstream>
 #include <string>
+#include <sys/resource.h>
 
 namespace esd {
 namespace {
@@ -117,6 +120,63 @@ TEST_F(ArenaTreeTest, AnElementReadWithOneAttributeTakesMoreLikeAnyOther) {
   b.SetAttributeData("k", "v");
   EXPECT_EQ(b.AttributeValue("k"), std::optional<std::string_view>("v"));
   EXPECT_EQ(b.AttributeValue("j"), std::nullopt);
+}
+
+long VirtualMemoryKib() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.rfind("VmSize:", 0) == 0) {
+      return std::stol(line.substr(7));
+    }
+  }
+  return -1;
+}
+
+// Memory running out part way through a large file, at many different
+// points: the read ends as over a limit (so the file is never taken for a
+// malformed one and put aside), and nothing crashes.
+TEST_F(ArenaTreeTest, RunningOutOfMemoryWhileReadingIsOverALimitNeverMalformed) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the address sanitizer needs more address space than the limit leaves";
+#endif
+  std::string file = "<R>";
+  for (int index = 0; index < 120000; ++index) {
+    file += "<E k=\"{9F0B2C4E-" + std::to_string(index) + "-product}\">" +
+            std::to_string(index % 2) + "</E>\n";
+  }
+  WriteFile(path_, file + "</R>");
+  enum Outcome { kParsed, kOverLimit, kMalformed, kOther };
+  int over_limit = 0;
+  for (long headroom_kib = 0; headroom_kib <= 24 * 1024;
+       headroom_kib += (headroom_kib < 2048 ? 16 : 1024)) {
+    const int outcome = oru_testing::RunInChild([&] {
+      struct rlimit limit;
+      getrlimit(RLIMIT_AS, &limit);
+      limit.rlim_cur = static_cast<rlim_t>(VirtualMemoryKib() + headroom_kib) * 1024;
+      if (setrlimit(RLIMIT_AS, &limit) != 0) {
+        return static_cast<int>(kOther);
+      }
+      Builder builder;
+      if (!builder.Create(nullptr, nullptr)) {
+        return static_cast<int>(kOverLimit); // nothing read, nothing judged
+      }
+      switch (builder.ReadFile(path_, nullptr)) {
+      case Builder::FileResult::kParsed:
+        return static_cast<int>(kParsed);
+      case Builder::FileResult::kOverLimit:
+        return static_cast<int>(kOverLimit);
+      case Builder::FileResult::kMalformed:
+        return static_cast<int>(kMalformed);
+      default:
+        return static_cast<int>(kOther);
+      }
+    });
+    ASSERT_TRUE(outcome == kParsed || outcome == kOverLimit)
+        << "with " << headroom_kib << " KiB to spare the read ended " << outcome;
+    over_limit += outcome == kOverLimit;
+  }
+  EXPECT_GT(over_limit, 0) << "no limit was tight enough to stage the fault";
 }
 
 TEST(XMLArenaTest, ExtendsOnlyItsNewestAllocation) {

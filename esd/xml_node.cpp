@@ -9,19 +9,22 @@ namespace esd {
 
 namespace {
 
-// Nodes waiting to be destroyed by the outermost destructor running on this
-// thread, the next one at the back. Nested destructors only hand their
-// children over, so destruction never recurses.
-thread_local std::vector<XMLDocumentNode*>* pending_destruction = nullptr;
+// The children still to destroy, one list per level, of the outermost
+// destructor running on this thread; the list being worked through is at
+// the back. A nested destructor only hands its children over as a new list,
+// so destruction never recurses, and it takes one slot per level of the
+// tree, not per node. The slots are kept between trees (see
+// ReserveDestructionDepth): destroying a tree must work when memory has run
+// out, as it has when a read stopped for want of it.
+struct PendingLevel {
+  std::vector<std::unique_ptr<XMLDocumentNode>> children;
+  size_t next = 0;
+};
+thread_local std::vector<PendingLevel> pending_levels;
+thread_local bool destroying = false;
 
-void HandOverChildren(std::vector<std::unique_ptr<XMLDocumentNode>>& children,
-                      std::vector<XMLDocumentNode*>& pending) {
-  // Reversed, so that the first child is destroyed first.
-  for (auto child = children.rbegin(); child != children.rend(); ++child) {
-    pending.push_back(child->release());
-  }
-  children.clear();
-}
+// Slots kept once a tree is gone; more are given back.
+constexpr size_t kKeptLevels = 4096;
 
 // The arena of the node whose destructor has just run on this thread, for
 // the operator delete that follows it, or null for a node on the heap. A
@@ -83,18 +86,25 @@ XMLDocumentNode::XMLDocumentNode(XMLArena& arena, std::string_view node_name)
     : name(XMLName::Borrowing(arena.InternName(node_name))), extras_(kInArenaBit) {}
 
 XMLDocumentNode::~XMLDocumentNode() {
-  if (pending_destruction) {
-    HandOverChildren(children, *pending_destruction);
-  } else {
-    std::vector<XMLDocumentNode*> pending;
-    pending_destruction = &pending;
-    HandOverChildren(children, pending);
-    while (!pending.empty()) {
-      XMLDocumentNode* next = pending.back();
-      pending.pop_back();
-      delete next;
+  if (!children.empty()) {
+    pending_levels.push_back({std::move(children), 0});
+  }
+  if (!destroying) {
+    destroying = true;
+    while (!pending_levels.empty()) {
+      PendingLevel& level = pending_levels.back();
+      if (level.next == level.children.size()) {
+        pending_levels.pop_back();
+        continue;
+      }
+      // Its own children, if any, become the new back before the next one.
+      std::unique_ptr<XMLDocumentNode> child = std::move(level.children[level.next++]);
+      child.reset();
     }
-    pending_destruction = nullptr;
+    destroying = false;
+    if (pending_levels.capacity() > kKeptLevels) {
+      std::vector<PendingLevel>().swap(pending_levels);
+    }
   }
   DestroyAttributes();
   if (isDocument()) {
@@ -128,6 +138,12 @@ void XMLDocumentNode::operator delete(void* memory) noexcept {
 void XMLDocumentNode::operator delete(void* /*memory*/, XMLArena& arena) noexcept {
   arena_of_destroyed_node = nullptr;
   arena.Release();
+}
+
+void XMLDocumentNode::ReserveDestructionDepth(size_t depth) {
+  if (!destroying && pending_levels.capacity() < depth) {
+    pending_levels.reserve(2 * depth);
+  }
 }
 
 XMLArena* XMLDocumentNode::fillingArena() const {

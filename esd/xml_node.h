@@ -41,7 +41,14 @@ public:
 
   // Destroys the whole subtree, each node through its own (virtual)
   // destructor, parents before their children and children in order.
+  // It allocates nothing for a tree no deeper than the depth reserved.
   virtual ~XMLDocumentNode();
+
+  // Makes room, on this thread, for destroying a tree `depth` levels deep
+  // without allocating (cheap when there is room already); throws
+  // std::bad_alloc. The reader calls it as the
+  // tree grows, so that a tree read until memory ran out can still go.
+  static void ReserveDestructionDepth(size_t depth);
 
   // Nodes live on the heap or in the arena of the document they were read
   // into; deleting one returns its memory to whichever it came from.
