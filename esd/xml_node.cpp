@@ -20,8 +20,35 @@ struct PendingLevel {
   std::vector<std::unique_ptr<XMLDocumentNode>> children;
   size_t next = 0;
 };
-thread_local std::vector<PendingLevel> pending_levels;
-thread_local bool destroying = false;
+using PendingLevels = std::vector<PendingLevel>;
+
+// The slots kept on this thread. Only the owner below has a destructor,
+// which runs when the thread ends: trees destroyed after that (a static
+// store's, at exit) find no kept slots and use their own.
+thread_local PendingLevels* kept_levels = nullptr;
+thread_local bool kept_levels_gone = false;
+struct KeptLevelsOwner {
+  bool made = false;
+  ~KeptLevelsOwner() {
+    delete kept_levels;
+    kept_levels = nullptr;
+    kept_levels_gone = true;
+  }
+};
+thread_local KeptLevelsOwner kept_levels_owner;
+
+// The kept slots, made on first use; null once the thread is ending, or
+// when there is no memory to make them.
+PendingLevels* KeptLevels() {
+  if (!kept_levels && !kept_levels_gone) {
+    kept_levels_owner.made = true; // makes the owner, so that it runs at the end
+    kept_levels = new (std::nothrow) PendingLevels();
+  }
+  return kept_levels;
+}
+
+// The slots of the outermost destructor running on this thread, or null.
+thread_local PendingLevels* active_levels = nullptr;
 
 // Slots kept once a tree is gone; more are given back.
 constexpr size_t kKeptLevels = 4096;
@@ -86,24 +113,29 @@ XMLDocumentNode::XMLDocumentNode(XMLArena& arena, std::string_view node_name)
     : name(XMLName::Borrowing(arena.InternName(node_name))), extras_(kInArenaBit) {}
 
 XMLDocumentNode::~XMLDocumentNode() {
-  if (!children.empty()) {
-    pending_levels.push_back({std::move(children), 0});
-  }
-  if (!destroying) {
-    destroying = true;
-    while (!pending_levels.empty()) {
-      PendingLevel& level = pending_levels.back();
+  if (active_levels) {
+    if (!children.empty()) {
+      active_levels->push_back({std::move(children), 0});
+    }
+  } else if (!children.empty()) {
+    PendingLevels own;
+    PendingLevels* kept = KeptLevels();
+    PendingLevels& levels = kept ? *kept : own;
+    active_levels = &levels;
+    levels.push_back({std::move(children), 0});
+    while (!levels.empty()) {
+      PendingLevel& level = levels.back();
       if (level.next == level.children.size()) {
-        pending_levels.pop_back();
+        levels.pop_back();
         continue;
       }
       // Its own children, if any, become the new back before the next one.
       std::unique_ptr<XMLDocumentNode> child = std::move(level.children[level.next++]);
       child.reset();
     }
-    destroying = false;
-    if (pending_levels.capacity() > kKeptLevels) {
-      std::vector<PendingLevel>().swap(pending_levels);
+    active_levels = nullptr;
+    if (levels.capacity() > kKeptLevels) {
+      PendingLevels().swap(levels);
     }
   }
   DestroyAttributes();
@@ -141,8 +173,15 @@ void XMLDocumentNode::operator delete(void* /*memory*/, XMLArena& arena) noexcep
 }
 
 void XMLDocumentNode::ReserveDestructionDepth(size_t depth) {
-  if (!destroying && pending_levels.capacity() < depth) {
-    pending_levels.reserve(2 * depth);
+  if (active_levels || kept_levels_gone) {
+    return; // a tree being destroyed, or a thread ending: nothing is kept
+  }
+  PendingLevels* kept = KeptLevels();
+  if (!kept) {
+    throw std::bad_alloc();
+  }
+  if (kept->capacity() < depth) {
+    kept->reserve(2 * depth);
   }
 }
 
