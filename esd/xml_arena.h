@@ -36,7 +36,6 @@ public:
   // A new arena with one reference, its maker's.
   static XMLArena* Create();
 
-  void Retain() { ++references_; }
   // Frees the arena with the last reference.
   void Release();
 
