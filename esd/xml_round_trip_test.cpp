@@ -29,5 +29,25 @@ TEST(XmlRoundTripTest, EveryWritableTreeReadsBackWithTheSameNamesAttributesAndDa
   }
 }
 
+TEST(XmlRoundTripTest, AttributeValueOfEveryPrintableAsciiCharacterReadsBackAsItWas) {
+  std::string every_printable;
+  for (char c = 0x20; c <= 0x7E; ++c) {
+    every_printable += c;
+  }
+  auto written = testing::NewDocument();
+  auto* entry = new XMLDocumentNode("MapPrefEntry");
+  entry->SetAttributeData("MapPrefKey", every_printable);
+  written->AddChild(entry);
+  oru_testing::Sandbox sandbox;
+  const std::string path = sandbox.Path("printable.xml");
+  oru_testing::WriteFile(path, testing::WriteToString(*written));
+  ExpatDOMBuilder<XMLDocumentNode> builder;
+  ASSERT_TRUE(builder.Create(nullptr, nullptr));
+  ASSERT_TRUE(builder.ParseFile(path, false));
+  ASSERT_EQ(builder.GetDocument()->children.size(), 1u);
+  const auto read = builder.GetDocument()->children[0]->AttributeValue("MapPrefKey");
+  EXPECT_EQ(std::string(read.value_or("(none)")), every_printable);
+}
+
 } // namespace
 } // namespace esd

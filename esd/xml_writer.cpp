@@ -11,11 +11,12 @@ namespace {
 // are and a CR in data as itself: a value holding a double quote, "<" or
 // "&" then gives a file that does not parse (and every preference is lost
 // when it is next read), and the reader turns a CR into LF and a tab or
-// line break in an attribute into a blank. Here they are written as
-// references, so that every value reads back as it was; a value without
-// them is written byte for byte as before.
+// line break in an attribute into a blank. Only those six are written as
+// references, so that every value reads back as it was; everything else,
+// ">" included (an attribute value carries it as it is), is written byte
+// for byte as the other programs write it.
 std::string EscapeAttributeValue(const std::string& value) {
-  if (value.find_first_of("\"<&>\t\n\r") == std::string::npos) {
+  if (value.find_first_of("\"<&\t\n\r") == std::string::npos) {
     return value;
   }
   std::string escaped;
@@ -29,9 +30,6 @@ std::string EscapeAttributeValue(const std::string& value) {
       break;
     case '&':
       escaped += "&amp;";
-      break;
-    case '>':
-      escaped += "&gt;";
       break;
     case '\t':
       escaped += "&#9;";

@@ -1,8 +1,10 @@
 // Prints a node tree as XML text.
 //
-// Only element data is escaped; names and attribute values are written as
-// they are (a value holding a double quote or "<" gives a file that does not
-// parse back). Every newline is "\n" followed by a flush of the stream.
+// Element data is escaped through EscapeXML, with a CR as a reference.
+// Names are written as they are. Attribute values are written as they are
+// except for what an attribute value cannot carry and read back (double
+// quote, "<", "&", tab, LF, CR), which become references. Every newline is
+// "\n" followed by a flush of the stream.
 #ifndef ORU_ESD_XML_WRITER_H
 #define ORU_ESD_XML_WRITER_H
 

@@ -124,7 +124,27 @@ TEST(WriteXMLNodeTest, TextDataBeforeChildrenIsFollowedDirectlyByTheFirstChild) 
 TEST(WriteXMLNodeTest, AttributeValueWithMarkupOrLineBreaksIsEscapedToReadBack) {
   XMLDocumentNode node("A");
   node.SetAttributeData("k", "x&y\"<z>\t\n\r");
-  EXPECT_EQ(Write(&node), "<A k=\"x&amp;y&quot;&lt;z&gt;&#9;&#10;&#13;\"></A>");
+  EXPECT_EQ(Write(&node), "<A k=\"x&amp;y&quot;&lt;z>&#9;&#10;&#13;\"></A>");
+}
+
+// An attribute value carries ">" as it is, and the other programs write it
+// so; only what it cannot carry becomes a reference.
+TEST(WriteXMLNodeTest, AttributeValueWithGreaterThanIsWrittenAsItIs) {
+  XMLDocumentNode node("MapPrefEntry");
+  node.SetAttributeData("MapPrefKey", "a>b");
+  EXPECT_EQ(Write(&node), "<MapPrefEntry MapPrefKey=\"a>b\"></MapPrefEntry>");
+}
+
+TEST(WriteXMLNodeTest, AttributeValueOfEveryPrintableAsciiCharacterEscapesOnlyQuoteLessThanAndAmp) {
+  std::string every_printable;
+  for (char c = 0x20; c <= 0x7E; ++c) {
+    every_printable += c;
+  }
+  XMLDocumentNode node("A");
+  node.SetAttributeData("k", every_printable);
+  EXPECT_EQ(Write(&node), "<A k=\" !&quot;#$%&amp;'()*+,-./0123456789:;&lt;=>?@"
+                          "ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~\">"
+                          "</A>");
 }
 
 TEST(WriteXMLNodeTest, AttributeValueWithoutMarkupIsPrintedByteForByteAsBefore) {
