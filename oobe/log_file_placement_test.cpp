@@ -203,6 +203,31 @@ TEST_F(RotationTest, UnreadableSizeFailsAndTheNextLineTriesAgain) {
   EXPECT_EQ(Copies().size(), 1u);
 }
 
+// Another program (or the user) deleted the live log and made it again
+// while this target held the old one open: the file the path names now is
+// the one copied and the one emptied, never the unlinked one.
+TEST_F(RotationTest, LiveFileMadeAgainUnderAnOpenTargetIsCopiedAndEmptiedItself) {
+  ASSERT_TRUE(target_.Open());
+  const int64_t opened = NowSeconds();
+  WriteLineAt(opened, "in the old file");
+  ASSERT_EQ(unlink(live_.c_str()), 0);
+  const std::string first_line = "the new file's first line\n";
+  WriteFile(live_, first_line);
+  Grow(kTenMiB);
+  ASSERT_TRUE(target_.CheckSizeAndCleanUp());
+  EXPECT_EQ(SizeOf(live_), 0u);
+  const auto copies = Copies();
+  ASSERT_EQ(copies.size(), 1u);
+  const std::string copy = folder_ + "/" + copies[0];
+  EXPECT_EQ(SizeOf(copy), kTenMiB);
+  EXPECT_EQ(oru_testing::ReadFile(copy).compare(0, first_line.size(), first_line), 0);
+  WriteLineAt(opened + 1, "after the rotation");
+  const auto lines = LinesOf(live_);
+  ASSERT_FALSE(lines.empty());
+  EXPECT_EQ(MessageOf(lines.back()), "after the rotation");
+  EXPECT_LT(SizeOf(live_), 4096u);
+}
+
 TEST_F(RotationTest, KeepLogsMarkerKeepsEveryCopy) {
   const std::string old_copy = "test " + LocalDate(-5) + " 01-00-00.log";
   WriteFile(folder_ + "/" + old_copy, "old");

@@ -85,6 +85,47 @@ bool StartsWith(const std::string& text, const std::string& prefix) {
   return text.compare(0, prefix.size(), prefix) == 0;
 }
 
+// Copies `source` (the live log, read from its start) under a copy's name.
+bool CopyLiveLog(const platform::EntryRef& live, int source) {
+  const NameParts parts = SplitName(live.name);
+  const std::string time = LocalTime(::time(nullptr), "%Y-%m-%d %H-%M-%S");
+  // The copy is made under a name of its own and gets the copy's name only
+  // once it is complete, so a kill never leaves part of a log under a copy's
+  // name. What an interrupted rotation left there goes first.
+  const std::string partial = "." + live.name + ".rotating";
+  (void)platform::RemoveRegularFile(live.folder, partial);
+  platform::ScopedFd copy;
+  platform::OpenOptions fresh;
+  fresh.access = platform::FileAccess::kWrite;
+  fresh.create = true;
+  fresh.exclusive = true;
+  if (!platform::OpenFileIn(live.folder, partial, fresh, copy) ||
+      !platform::CopyFileData(source, copy.get())) {
+    (void)platform::RemoveRegularFile(live.folder, partial);
+    return false;
+  }
+  // A name already taken (two rotations in one second, or anything put
+  // there) moves on to "_NN", which sorts after the plain name and keeps
+  // copies in time order; a new link never replaces what has the name.
+  bool named = false;
+  for (int suffix = 0; suffix <= kMaxCopySuffix && !named; ++suffix) {
+    char text[16] = "";
+    if (suffix > 0) {
+      std::snprintf(text, sizeof text, "_%02d", suffix);
+    }
+    std::string name = parts.stem + " " + time + text;
+    if (parts.has_ext && !platform::AppendPathExtension(name, parts.ext)) {
+      break;
+    }
+    named = platform::LinkEntry(live.folder, partial, name);
+    if (!named && errno != EEXIST) {
+      break;
+    }
+  }
+  (void)platform::RemoveRegularFile(live.folder, partial);
+  return named;
+}
+
 } // namespace
 
 uint64_t RotationSizeLimit(int32_t level) {
@@ -112,46 +153,19 @@ bool KeepLogsMarked(const platform::FolderHandle& folder) {
   return std::strcmp(content, "keeplogs") == 0;
 }
 
-bool CopyLiveLog(const platform::EntryRef& live) {
-  const NameParts parts = SplitName(live.name);
-  const std::string time = LocalTime(::time(nullptr), "%Y-%m-%d %H-%M-%S");
-  // The copy is made under a name of its own and gets the copy's name only
-  // once it is complete, so a kill never leaves part of a log under a copy's
-  // name. What an interrupted rotation left there goes first.
-  const std::string partial = "." + live.name + ".rotating";
-  (void)platform::RemoveRegularFile(live.folder, partial);
-  platform::ScopedFd source;
-  platform::ScopedFd copy;
-  platform::OpenOptions fresh;
-  fresh.access = platform::FileAccess::kWrite;
-  fresh.create = true;
-  fresh.exclusive = true;
-  if (!platform::OpenFileIn(live.folder, live.name, platform::OpenOptions(), source) ||
-      !platform::OpenFileIn(live.folder, partial, fresh, copy) ||
-      !platform::CopyFileData(source.get(), copy.get())) {
-    (void)platform::RemoveRegularFile(live.folder, partial);
+bool RotateLiveLog(const platform::EntryRef& live) {
+  // The file is held from the copy to the emptying: both act on what the
+  // path names at this moment, so lines are never emptied without a copy.
+  platform::OpenOptions read_write;
+  read_write.access = platform::FileAccess::kReadWrite;
+  platform::ScopedFd current;
+  if (!platform::OpenFileIn(live.folder, live.name, read_write, current) ||
+      !CopyLiveLog(live, current.get())) {
     return false;
   }
-  // A name already taken (two rotations in one second, or anything put
-  // there) moves on to "_NN", which sorts after the plain name and keeps
-  // copies in time order; a new link never replaces what has the name.
-  bool named = false;
-  for (int suffix = 0; suffix <= kMaxCopySuffix && !named; ++suffix) {
-    char text[16] = "";
-    if (suffix > 0) {
-      std::snprintf(text, sizeof text, "_%02d", suffix);
-    }
-    std::string name = parts.stem + " " + time + text;
-    if (parts.has_ext && !platform::AppendPathExtension(name, parts.ext)) {
-      break;
-    }
-    named = platform::LinkEntry(live.folder, partial, name);
-    if (!named && errno != EEXIST) {
-      break;
-    }
-  }
-  (void)platform::RemoveRegularFile(live.folder, partial);
-  return named;
+  // A kill or a failure here can only leave the lines in both files.
+  (void)!ftruncate(current.get(), 0);
+  return true;
 }
 
 void RemoveOldLogCopies(const platform::EntryRef& live, int days) {

@@ -18,10 +18,14 @@ uint64_t RotationSizeLimit(int32_t level);
 // "keeplogs" (and may be written).
 bool KeepLogsMarked(const platform::FolderHandle& folder);
 
-// Copies the live log to "<stem> <local time>[_NN].<ext>" in its folder,
-// first under a temporary name that takes the copy's name only once the
-// copy is complete. True when the copy has its name.
-bool CopyLiveLog(const platform::EntryRef& live);
+// Sets the live log aside: copies the file its path names now to
+// "<stem> <local time>[_NN].<ext>" in its folder, first under a temporary
+// name that takes the copy's name only once the copy is complete, and then
+// empties that very file. The file copied and the file emptied are always
+// one file, even when the log was deleted and made again since a writer
+// opened it. A failed copy leaves the live log as it was. True when the
+// copy has its name.
+bool RotateLiveLog(const platform::EntryRef& live);
 
 // Keeps the copies of the last `days` days, at most days + 1 files with the
 // live log, and deletes older copies and any other regular file named

@@ -434,19 +434,8 @@ bool LogTargetDefault::CheckSizeAndCleanUp() {
   headerPending_ = true;
   // The copy is made by the kernel where it can: a 50 MiB log is set aside
   // in about the time cp takes, while every other writer waits on the lock.
-  // Then the live file is emptied through the descriptor this target holds;
-  // a kill between the two can only leave its lines in both files.
-  if (CopyLiveLog(live)) {
-    if (file_.valid()) {
-      (void)!ftruncate(file_.get(), 0); // a failure keeps the lines, twice
-    } else {
-      platform::OpenOptions empty;
-      empty.access = platform::FileAccess::kWrite;
-      empty.truncate = true;
-      platform::ScopedFd truncated;
-      (void)platform::OpenFileIn(live.folder, live.name, empty, truncated);
-    }
-  }
+  // A failed rotation keeps the live log whole; the next check tries again.
+  (void)RotateLiveLog(live);
   const bool reopened = OpenStream(filePath_, file_);
   fileFailed_ = false;
   if (!keep_logs) {
