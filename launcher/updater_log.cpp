@@ -79,6 +79,15 @@ void WriteEarlyStoreLines() {
   state.earlyStoreLines.clear();
 }
 
+// The lower modules report through hooks that this facade installs, so
+// their lines reach the log whichever entry point opened it.
+void InstallComponentLogHooks() {
+  SetUpdaterPrefsLogHook(&ForwardPrefsLine);
+  esd::SetPrefsLogHook(&ForwardStoreLine);
+  esd::SetResourceLockerLogHook(&ForwardStoreLine);
+  SetLockLogHook(&UpdaterLogValue);
+}
+
 } // namespace
 
 const char kUpdaterLogName[] = "UPDATER";
@@ -99,10 +108,9 @@ std::string UpdaterDefaultLogFileIn(const std::string& folder) {
 }
 
 bool UpdaterLogStart() {
-  SetUpdaterPrefsLogHook(&ForwardPrefsLine);
-  esd::SetPrefsLogHook(&ForwardStoreLine);
-  esd::SetResourceLockerLogHook(&ForwardStoreLine);
-  SetLockLogHook(&UpdaterLogValue);
+  // Before the preferences are read: what the store reports then waits for
+  // the log to open.
+  InstallComponentLogHooks();
   int level = 0;
   std::string path;
   try {
@@ -163,6 +171,7 @@ bool UpdaterLogOpen(const std::string& path, int level, const std::string& field
   if (level < 1) {
     return false;
   }
+  InstallComponentLogHooks();
   FacadeState& state = State();
   // A target open before stays registered beside the new one.
   if (state.target) {

@@ -169,6 +169,62 @@ TEST_F(UpdaterLogTest, SyncWaitLockLinesReachTheLogThroughTheHookAtLevelThree) {
       Contains(Messages(log), "NuvexUpdaterSyncWaitLockRelease : Releasing Lock  = HookTestLock"));
 }
 
+// Both sync-wait calls in a private IPC namespace, on a log opened with
+// UpdaterLogOpen alone (no UpdaterLogStart) at `level`: a release first
+// raises the rendezvous, so that the acquire does not block. Returns the
+// child's status (3: no private namespace) and the log's messages.
+int RunSyncWaitCallsOnAnOpenedLog(int level, const std::string& log,
+                                  std::vector<std::string>& messages) {
+  const int status = RunInChild([&] {
+    if (!oru_testing::EnterPrivateIpcNamespace()) {
+      return 3; // the sets this makes and removes must touch nothing else
+    }
+    UpdaterLogOpen(log, level, "", "UPDATER", "SHARED");
+    UpdaterLock_Wait raised("OpenedLogLock");
+    raised.Release();
+    NuvexUpdaterSyncWaitLockAcquire("OpenedLogLock");
+    NuvexUpdaterSyncWaitLockRelease("OpenedLogLock");
+    UpdaterLogWrite(2, "launcher line");
+    UpdaterLogClose();
+    return 0;
+  });
+  messages = Messages(log);
+  return status;
+}
+
+const char kAcquiringLine[] = "NuvexUpdaterSyncWaitLockAcquire : Acquiring Lock  = OpenedLogLock";
+const char kReleasingLine[] = "NuvexUpdaterSyncWaitLockRelease : Releasing Lock  = OpenedLogLock";
+
+TEST_F(UpdaterLogTest, SyncWaitLinesReachALogOpenedWithUpdaterLogOpenAtLevelThree) {
+  std::vector<std::string> messages;
+  const int status = RunSyncWaitCallsOnAnOpenedLog(3, sandbox_.Path("opened3.log"), messages);
+  if (status == 3) {
+    GTEST_SKIP() << "needs a private IPC namespace (root)";
+  }
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(Contains(messages, kAcquiringLine));
+  EXPECT_TRUE(Contains(messages, kReleasingLine));
+}
+
+TEST_F(UpdaterLogTest, SyncWaitLinesOfALogOpenedWithUpdaterLogOpenAreDroppedAtLevelTwo) {
+  std::vector<std::string> at_two;
+  std::vector<std::string> at_three;
+  const int status_two = RunSyncWaitCallsOnAnOpenedLog(2, sandbox_.Path("opened2.log"), at_two);
+  const int status_three =
+      RunSyncWaitCallsOnAnOpenedLog(3, sandbox_.Path("opened3.log"), at_three);
+  if (status_two == 3 || status_three == 3) {
+    GTEST_SKIP() << "needs a private IPC namespace (root)";
+  }
+  EXPECT_EQ(status_two, 0);
+  EXPECT_TRUE(Contains(at_two, "launcher line"));
+  EXPECT_FALSE(Contains(at_two, kAcquiringLine));
+  EXPECT_FALSE(Contains(at_two, kReleasingLine));
+  // The same calls with only the level changed write both lines: they are
+  // dropped because of the level, not because nothing wrote them.
+  EXPECT_TRUE(Contains(at_three, kAcquiringLine));
+  EXPECT_TRUE(Contains(at_three, kReleasingLine));
+}
+
 TEST_F(UpdaterLogTest, PathWithoutSlashOpensWithoutPlacementAndStillWritesTheBanner) {
   const int status = RunInChild([&] {
     const bool placed = UpdaterLogOpen("bare.log", 2, "", "UPDATER", "SHARED");
