@@ -210,8 +210,7 @@ TEST_F(UpdaterLogTest, SyncWaitLinesOfALogOpenedWithUpdaterLogOpenAreDroppedAtLe
   std::vector<std::string> at_two;
   std::vector<std::string> at_three;
   const int status_two = RunSyncWaitCallsOnAnOpenedLog(2, sandbox_.Path("opened2.log"), at_two);
-  const int status_three =
-      RunSyncWaitCallsOnAnOpenedLog(3, sandbox_.Path("opened3.log"), at_three);
+  const int status_three = RunSyncWaitCallsOnAnOpenedLog(3, sandbox_.Path("opened3.log"), at_three);
   if (status_two == 3 || status_three == 3) {
     GTEST_SKIP() << "needs a private IPC namespace (root)";
   }

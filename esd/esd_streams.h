@@ -1,0 +1,48 @@
+// File streams of the esd library, shared with the other programs of the
+// updater that build on it. Each owns one heap-allocated standard file
+// stream and hands it out by pointer. The C-style mode text ("rb", "wb") is
+// accepted for the callers' sake and not used: the stream opens with the
+// path and the standard open mode.
+//
+// The preferences store itself reads, saves and checks its files through
+// the checked descriptors of platform/safe_fs.h instead: a stream opened by
+// path follows a link at the file's name and opens whatever is there (a
+// FIFO blocks it), which a process running as root in a user's folder must
+// never do. These types stay for the programs that use them.
+#ifndef ORU_ESD_ESD_STREAMS_H
+#define ORU_ESD_ESD_STREAMS_H
+
+#include <boost/noncopyable.hpp>
+#include <fstream>
+#include <memory>
+#include <string>
+
+class ESDifstream : private boost::noncopyable {
+public:
+  ESDifstream(const std::string& path, const char* mode, std::ios::openmode open_mode);
+  virtual ~ESDifstream();
+
+  // The owned stream; valid for the wrapper's lifetime.
+  std::ifstream* stream() const { return stream_.get(); }
+  bool is_open() const { return stream_->is_open(); }
+  void close();
+
+private:
+  std::unique_ptr<std::ifstream> stream_;
+};
+
+class ESDofstream : private boost::noncopyable {
+public:
+  ESDofstream(const std::string& path, const char* mode, std::ios::openmode open_mode);
+  virtual ~ESDofstream();
+
+  // The owned stream; valid for the wrapper's lifetime.
+  std::ofstream* stream() const { return stream_.get(); }
+  bool is_open() const { return stream_->is_open(); }
+  void close();
+
+private:
+  std::unique_ptr<std::ofstream> stream_;
+};
+
+#endif // ORU_ESD_ESD_STREAMS_H
