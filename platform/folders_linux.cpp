@@ -113,8 +113,11 @@ bool GetUserLogsFolder(std::string& out) {
   if (!GetConsoleUserHome(home)) {
     return false;
   }
-  // Created after the console user's identity has been given up again, so
-  // the new levels belong to the calling process's user.
+  // Made after the console user's identity has been given up again, as the
+  // other programs do; but where they leave a root-made level owned by root
+  // inside the user's home, each new level here takes the owner and group
+  // of the folder it is made in, so under a console user's home it belongs
+  // to that user.
   std::string logs;
   if (!XdgUserLogsFolder(CurrentConsoleIdentity().env, logs) ||
       !MakeMissingLevels(logs, kUserFolderMode)) {

@@ -3,6 +3,8 @@
 #include "platform/folders_internal.h"
 #include "platform/paths.h"
 #include "testing/child_process.h"
+#include "testing/namespaces.h"
+#include "testing/run_as_user.h"
 #include "testing/sandbox.h"
 
 #include <functional>
@@ -319,6 +321,43 @@ TEST_F(FoldersTest, UserLogsFolderIsMadeWithMode0700) {
   EXPECT_EQ(ModeOf(out) & 0777, 0700u);
   // An existing folder is fine too.
   EXPECT_TRUE(GetUserLogsFolder(out));
+}
+
+// Run as root for a console user who is someone else: the levels made
+// under that user's home belong to that user, never to root. (The lookup
+// itself hands the identity back before making them; each new level takes
+// the owner of the folder it is made in.)
+TEST(UserLogsFolderAsRootTest, LevelsMadeUnderTheConsoleUsersHomeBelongToThatUser) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root: plays a console user other than the caller";
+  }
+  Sandbox sandbox;
+  const std::string home = sandbox.Path("console-home");
+  const uid_t user = oru_testing::kOtherUid;
+  ASSERT_EQ(mkdir(home.c_str(), 0700), 0);
+  ASSERT_EQ(chown(home.c_str(), user, user), 0);
+  const int status = oru_testing::RunInChild([&] {
+    if (!oru_testing::EnterPrivateIpcAndShm() ||
+        !oru_testing::MountConsoleUser(sandbox.Path("scratch"), user, home)) {
+      return 77;
+    }
+    std::string logs;
+    if (!GetUserLogsFolder(logs) || logs != home + "/.local/state") {
+      return 1;
+    }
+    for (const std::string& level : {home + "/.local", logs}) {
+      struct stat info;
+      if (stat(level.c_str(), &info) != 0 || info.st_uid != user || info.st_gid != user ||
+          (info.st_mode & 0777) != 0700) {
+        return 2;
+      }
+    }
+    return 0;
+  });
+  if (status == 77) {
+    GTEST_SKIP() << "needs a private mount namespace";
+  }
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(FoldersTest, UserLogsFolderFailsWhenItCannotBeMade) {

@@ -3,6 +3,9 @@
 #ifndef ORU_TESTING_NAMESPACES_H
 #define ORU_TESTING_NAMESPACES_H
 
+#include <string>
+#include <sys/types.h>
+
 namespace oru_testing {
 
 // Gives this process (and its children) System V IPC of its own. Once per
@@ -18,6 +21,13 @@ bool EnterPrivateIpcAndShm();
 // private /var/tmp. Anything the test runs from under /var/tmp is hidden
 // afterwards.
 bool MountPrivateVarTmp();
+
+// In a private mount namespace (EnterPrivateIpcAndShm first): a console
+// user as a desktop has one. A private /run holds logind's seat0 state
+// naming `uid` as its active user, and a password database bound over
+// /etc/passwd holds the machine's entries plus one for `uid` (group `uid`)
+// with `home`. `scratch` is a folder for the database's file.
+bool MountConsoleUser(const std::string& scratch, uid_t uid, const std::string& home);
 
 } // namespace oru_testing
 
