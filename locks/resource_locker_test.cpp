@@ -1,14 +1,54 @@
 #include "locks/resource_locker.h"
 #include "testing/sandbox.h"
 
+#include <chrono>
+#include <cstdarg>
 #include <cstdio>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <numeric>
 #include <signal.h>
 #include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
+
+// What the locker asks of the system while it waits, seen through the
+// link-time wrappers of usleep and sem_open that this test program has.
+struct LockerCalls {
+  bool counting = false;
+  std::vector<unsigned> pauses; // microseconds asked for, in order
+  int exclusive_creates = 0;    // attempts to make the semaphore
+};
+
+LockerCalls& Calls() {
+  static LockerCalls calls;
+  return calls;
+}
+
+extern "C" int __real_usleep(useconds_t microseconds);
+extern "C" int __wrap_usleep(useconds_t microseconds) {
+  if (Calls().counting) {
+    Calls().pauses.push_back(microseconds);
+  }
+  return __real_usleep(microseconds);
+}
+
+extern "C" sem_t* __real_sem_open(const char* name, int flags, ...);
+extern "C" sem_t* __wrap_sem_open(const char* name, int flags, ...) {
+  if ((flags & O_CREAT) == 0) {
+    return __real_sem_open(name, flags);
+  }
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = static_cast<mode_t>(va_arg(arguments, unsigned));
+  const unsigned value = va_arg(arguments, unsigned);
+  va_end(arguments);
+  if (Calls().counting && (flags & O_EXCL) != 0) {
+    ++Calls().exclusive_creates;
+  }
+  return __real_sem_open(name, flags, mode, value);
+}
 
 namespace esd {
 namespace {
@@ -255,6 +295,70 @@ TEST_F(ResourceLockerTest, SecondProcessGivesUpAfterItsAttemptsAndSucceedsOnceRe
   HelperProcess next(resource_);
   EXPECT_EQ(next.ReadLine(), "locked");
   EXPECT_EQ(next.Release(), 0);
+}
+
+// The bound of a contended wait: other programs make 100 attempts 10 ms apart.
+constexpr auto kWaitBound =
+    std::chrono::microseconds(ResourceLocker::kLockAttempts * ResourceLocker::kPauseMicroseconds);
+
+// Lock() with the locker's pauses and semaphore attempts counted.
+bool CountedLock(ResourceLocker& locker, std::chrono::steady_clock::duration& waited) {
+  Calls() = LockerCalls();
+  Calls().counting = true;
+  const auto start = std::chrono::steady_clock::now();
+  const bool taken = locker.Lock();
+  waited = std::chrono::steady_clock::now() - start;
+  Calls().counting = false;
+  return taken;
+}
+
+uint64_t PausedMicroseconds() {
+  return std::accumulate(Calls().pauses.begin(), Calls().pauses.end(), uint64_t{0});
+}
+
+// Other programs try the semaphore 100 times, 10 ms apart. While a process
+// that keeps a record holds the lock, this one looks at the record again
+// every millisecond instead, never trying the semaphore, within the same
+// bound: the lock passes on as soon as the record is let go. (Both bounds
+// checked hold under any load: the wait cannot end before its deadline,
+// and the pauses asked for cannot add up past it.)
+TEST_F(ResourceLockerTest, ALiveRecordedHolderIsLookedAtEveryMillisecondWithinTheSameBound) {
+  HelperProcess holder(resource_);
+  ASSERT_EQ(holder.ReadLine(), "locked");
+  ResourceLocker locker(resource_, 0);
+  std::chrono::steady_clock::duration waited{};
+  EXPECT_FALSE(CountedLock(locker, waited));
+  EXPECT_EQ(Calls().exclusive_creates, 0);
+  ASSERT_FALSE(Calls().pauses.empty());
+  for (const unsigned pause : Calls().pauses) {
+    ASSERT_EQ(pause, 1000u);
+  }
+  EXPECT_GE(waited, kWaitBound);
+  EXPECT_LE(PausedMicroseconds(), static_cast<uint64_t>(kWaitBound.count()) + 1000u);
+  EXPECT_EQ(holder.Release(), 0);
+  EXPECT_TRUE(locker.Lock());
+  EXPECT_TRUE(locker.Unlock(false));
+}
+
+// A holder that keeps no record: every attempt tries the semaphore, with
+// the pause of 10 ms between attempts that other programs make.
+TEST_F(ResourceLockerTest, AHolderWithoutRecordIsTriedAtTheSemaphoreEveryTenMilliseconds) {
+  const std::string name = SystemSemaphoreName(ResourceLocker::SemaphoreName(resource_));
+  sem_t* foreign = sem_open(name.c_str(), O_CREAT | O_EXCL, 0700, 1);
+  ASSERT_NE(foreign, SEM_FAILED);
+  ResourceLocker locker(resource_, 0);
+  std::chrono::steady_clock::duration waited{};
+  EXPECT_FALSE(CountedLock(locker, waited));
+  ASSERT_FALSE(Calls().pauses.empty());
+  for (const unsigned pause : Calls().pauses) {
+    ASSERT_EQ(pause, ResourceLocker::kPauseMicroseconds);
+  }
+  EXPECT_EQ(Calls().exclusive_creates, static_cast<int>(Calls().pauses.size()) + 1);
+  EXPECT_GE(waited, kWaitBound);
+  EXPECT_LE(PausedMicroseconds(),
+            static_cast<uint64_t>(kWaitBound.count()) + ResourceLocker::kPauseMicroseconds);
+  sem_close(foreign);
+  ASSERT_EQ(sem_unlink(name.c_str()), 0);
 }
 
 TEST_F(ResourceLockerTest, LockIsExclusiveAcrossProcesses) {
