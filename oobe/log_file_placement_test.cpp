@@ -270,6 +270,21 @@ TEST_F(RotationTest, OfFourCopiesFromTodayTheTwoOldestAreRemoved) {
   EXPECT_TRUE(platform::PathExists(live_));
 }
 
+// The clean-up removes regular files only: a folder or a link named after
+// the log (which a plain remove would take, link or empty folder) stays, and
+// nothing a link names is touched.
+TEST_F(RotationTest, FoldersAndLinksNamedAfterTheLogAreLeftByTheCleanUp) {
+  const std::string old_copy = "test " + LocalDate(-5) + " 01-00-00.log";
+  WriteFile(folder_ + "/other.log", "kept");
+  ASSERT_EQ(mkdir((folder_ + "/test-folder").c_str(), 0700), 0);
+  ASSERT_EQ(symlink("other.log", (folder_ + "/test-link").c_str()), 0);
+  ASSERT_EQ(symlink("other.log", (folder_ + "/" + old_copy).c_str()), 0);
+  target_.RemoveOldCopies(LogTargetDefault::kDaysOfCopies);
+  EXPECT_EQ(Copies(),
+            (std::vector<std::string>{"other.log", old_copy, "test-folder", "test-link"}));
+  EXPECT_EQ(oru_testing::ReadFile(folder_ + "/other.log"), "kept");
+}
+
 TEST_F(RotationTest, EveryOtherFileNamedAfterTheLogIsDeletedAndOthersAreLeft) {
   WriteFile(folder_ + "/test.trace", "");
   WriteFile(folder_ + "/test-notes.txt", "");
