@@ -149,8 +149,10 @@ int RunHandOver() {
   }
   Log("Oru Launcher : Acquired lock NuvexUpdaterUtils::kOruLauncherKey sucessfully.");
   Log(kLauncherWaitsLine);
-  // Waits for the installer's post; stops waiting if the installer is gone,
-  // since then nobody will post.
+  // Waits for the installer's post. Other launchers block here with no
+  // bound, so an installer that died without posting leaves them waiting
+  // for ever; this wait also ends once the installer is gone, since then
+  // nobody will post, and the plan below says so in the log.
   NuvexUpdaterSyncWaitLockAcquire(kSyncOruLauncherWaitKey, &InstallerRunning);
 
   const HandOverPlan plan = PlanHandOver(FactsAfterTheWait());
