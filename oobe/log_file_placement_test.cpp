@@ -1,3 +1,4 @@
+#include "oobe/log_rotation.h"
 #include "oobe/log_target.h"
 #include "platform/folders.h"
 #include "platform/paths.h"
@@ -285,12 +286,65 @@ TEST_F(RotationTest, FoldersAndLinksNamedAfterTheLogAreLeftByTheCleanUp) {
   EXPECT_EQ(oru_testing::ReadFile(folder_ + "/other.log"), "kept");
 }
 
-TEST_F(RotationTest, EveryOtherFileNamedAfterTheLogIsDeletedAndOthersAreLeft) {
+TEST_F(RotationTest, TheLogsOwnLevelMarkersGoAndOtherFilesNamedAfterItStay) {
   WriteFile(folder_ + "/test.trace", "");
+  WriteFile(folder_ + "/test.debug", "");
   WriteFile(folder_ + "/test-notes.txt", "");
   WriteFile(folder_ + "/other.log", "");
   target_.RemoveOldCopies(LogTargetDefault::kDaysOfCopies);
-  EXPECT_EQ(Copies(), (std::vector<std::string>{"other.log"}));
+  EXPECT_EQ(Copies(), (std::vector<std::string>{"other.log", "test-notes.txt"}));
+}
+
+// Other programs delete every file whose name begins with the log's stem:
+// one rotation of oruu.log took the live logs of the other programs of the
+// updater beside it. Only this log's old copies and level markers go.
+TEST_F(RotationTest, CleanUpLeavesTheLogsOfOtherProgramsBesideIt) {
+  LogTargetDefault updater("UPDATER");
+  ASSERT_TRUE(updater.SetLogFile("oruu.log", folder_.c_str()));
+  const std::string old_day = LocalDate(-5);
+  std::vector<std::string> kept = {"notes.txt",
+                                   "oruu-notes.txt",
+                                   "oruu " + old_day + " 01-00-00.txt",
+                                   "oruu " + old_day + " 1-00-00.log",
+                                   "oruu " + old_day + " 01-00-00_1.log",
+                                   "oruu.log",
+                                   "oruui " + old_day + " 01-00-00.log",
+                                   "oruui.log",
+                                   "oruul.log",
+                                   "oruun.log",
+                                   "oruus.log",
+                                   "oruuuLib.log"};
+  for (const std::string& name : kept) {
+    WriteFile(folder_ + "/" + name, "data");
+  }
+  for (const std::string& gone :
+       {"oruu " + old_day + " 01-00-00.log", "oruu " + old_day + " 01-00-00_03.log",
+        std::string("oruu.trace"), std::string("oruu.debug")}) {
+    WriteFile(folder_ + "/" + gone, "old");
+  }
+  updater.RemoveOldCopies(LogTargetDefault::kDaysOfCopies);
+  std::sort(kept.begin(), kept.end());
+  EXPECT_EQ(Copies(), kept);
+}
+
+TEST(RotatedCopyNameTest, IsBuiltAndRecognisedByOneRule) {
+  EXPECT_EQ(RotatedCopyName("oruu.log", "2026-11-24 04-31-07", 0), "oruu 2026-11-24 04-31-07.log");
+  EXPECT_EQ(RotatedCopyName("oruu.log", "2026-11-24 04-31-07", 7),
+            "oruu 2026-11-24 04-31-07_07.log");
+  EXPECT_EQ(RotatedCopyName("oruu", "2026-11-24 04-31-07", 0), "oruu 2026-11-24 04-31-07");
+  for (const char* live : {"oruu.log", "oruu", "a.b.log"}) {
+    for (int suffix : {0, 1, 99}) {
+      EXPECT_TRUE(IsRotatedCopyName(live, RotatedCopyName(live, "2026-01-02 03-04-05", suffix)))
+          << live << " " << suffix;
+    }
+  }
+  EXPECT_FALSE(IsRotatedCopyName("oruu.log", "oruu.log"));
+  EXPECT_FALSE(IsRotatedCopyName("oruu.log", "oruui 2026-01-02 03-04-05.log"));
+  EXPECT_FALSE(IsRotatedCopyName("oruu.log", "oruu 2026-01-02 03-04-05.txt"));
+  EXPECT_FALSE(IsRotatedCopyName("oruu.log", "oruu 2026-01-02 03-04-5.log"));
+  EXPECT_FALSE(IsRotatedCopyName("oruu.log", "oruu 2026-01-02 03-04-05_1.log"));
+  EXPECT_FALSE(IsRotatedCopyName("oruu.log", "oruu 2026-01-02 03-04-05 .log"));
+  EXPECT_FALSE(IsRotatedCopyName("oruu", "oruu 2026-01-02 03-04-05.log"));
 }
 
 } // namespace

@@ -32,39 +32,6 @@ std::string LocalTime(time_t when, const char* format) {
   return text;
 }
 
-// One item found below the log folder: the folder that holds it (kept open),
-// its name there, and its path relative to the log folder.
-struct FoundEntry {
-  platform::FolderHandle holder;
-  std::string name;
-  std::string relative;
-};
-
-// Every item below `folder`, parents before their contents, walked through
-// folder descriptors: a folder swapped for a link while this runs is not
-// followed, and neither is a link that was there before.
-std::vector<FoundEntry> EntriesBelow(const platform::FolderHandle& folder) {
-  std::vector<FoundEntry> entries;
-  std::vector<std::pair<platform::FolderHandle, std::string>> pending{{folder, ""}};
-  while (!pending.empty()) {
-    const auto [holder, relative] = pending.back();
-    pending.pop_back();
-    std::vector<std::string> names;
-    if (!platform::ListFolder(holder, names)) {
-      continue;
-    }
-    for (const std::string& name : names) {
-      const std::string path = relative.empty() ? name : relative + "/" + name;
-      entries.push_back({holder, name, path});
-      platform::FolderHandle below;
-      if (platform::OpenSubfolder(holder, name, below)) {
-        pending.emplace_back(below, path);
-      }
-    }
-  }
-  return entries;
-}
-
 // The name of a log file split at its extension, which is looked for in
 // the name alone: a "." in a folder's name is no extension of the file.
 struct NameParts {
@@ -85,9 +52,40 @@ bool StartsWith(const std::string& text, const std::string& prefix) {
   return text.compare(0, prefix.size(), prefix) == 0;
 }
 
+// The time in a copy's name, "%Y-%m-%d %H-%M-%S", with 'd' for any digit.
+constexpr char kCopyTimeShape[] = "dddd-dd-dd dd-dd-dd";
+
+bool Matches(const std::string& text, const std::string& shape) {
+  if (text.size() != shape.size()) {
+    return false;
+  }
+  for (size_t i = 0; i < text.size(); ++i) {
+    const bool digit = text[i] >= '0' && text[i] <= '9';
+    if (shape[i] == 'd' ? !digit : text[i] != shape[i]) {
+      return false;
+    }
+  }
+  return true;
+}
+
+// What follows the time in a copy's name: the live name's extension put
+// back as the path rules put one on, or nothing. False when the extension
+// cannot be put on any name (no copy of this log can then be made).
+bool CopyNameTail(const NameParts& parts, std::string& tail) {
+  tail.clear();
+  if (!parts.has_ext) {
+    return true;
+  }
+  std::string probe = "x";
+  if (!platform::AppendPathExtension(probe, parts.ext)) {
+    return false;
+  }
+  tail = probe.substr(1);
+  return true;
+}
+
 // Copies `source` (the live log, read from its start) under a copy's name.
 bool CopyLiveLog(const platform::EntryRef& live, int source) {
-  const NameParts parts = SplitName(live.name);
   const std::string time = LocalTime(::time(nullptr), "%Y-%m-%d %H-%M-%S");
   // The copy is made under a name of its own and gets the copy's name only
   // once it is complete, so a kill never leaves part of a log under a copy's
@@ -109,12 +107,8 @@ bool CopyLiveLog(const platform::EntryRef& live, int source) {
   // copies in time order; a new link never replaces what has the name.
   bool named = false;
   for (int suffix = 0; suffix <= kMaxCopySuffix && !named; ++suffix) {
-    char text[16] = "";
-    if (suffix > 0) {
-      std::snprintf(text, sizeof text, "_%02d", suffix);
-    }
-    std::string name = parts.stem + " " + time + text;
-    if (parts.has_ext && !platform::AppendPathExtension(name, parts.ext)) {
+    const std::string name = RotatedCopyName(live.name, time, suffix);
+    if (name.empty()) {
       break;
     }
     named = platform::LinkEntry(live.folder, partial, name);
@@ -168,37 +162,68 @@ bool RotateLiveLog(const platform::EntryRef& live) {
   return true;
 }
 
+std::string RotatedCopyName(const std::string& live_name, const std::string& time, int suffix) {
+  const NameParts parts = SplitName(live_name);
+  std::string tail;
+  if (!CopyNameTail(parts, tail)) {
+    return std::string();
+  }
+  char number[16] = "";
+  if (suffix > 0) {
+    std::snprintf(number, sizeof number, "_%02d", suffix);
+  }
+  return parts.stem + " " + time + number + tail;
+}
+
+bool IsRotatedCopyName(const std::string& live_name, const std::string& name) {
+  const NameParts parts = SplitName(live_name);
+  const std::string head = parts.stem + " ";
+  std::string tail;
+  if (!CopyNameTail(parts, tail) || name.size() < head.size() + tail.size() ||
+      !StartsWith(name, head) || name.compare(name.size() - tail.size(), tail.size(), tail) != 0) {
+    return false;
+  }
+  const std::string stamp = name.substr(head.size(), name.size() - head.size() - tail.size());
+  return Matches(stamp, kCopyTimeShape) || Matches(stamp, std::string(kCopyTimeShape) + "_dd");
+}
+
 void RemoveOldLogCopies(const platform::EntryRef& live, int days) {
   const NameParts parts = SplitName(live.name);
-  const std::string live_name = parts.has_ext ? parts.stem + "." + parts.ext : parts.stem;
-
   std::vector<std::string> kept_prefixes;
   const time_t now = ::time(nullptr);
   for (int offset = 0; offset > -days; --offset) {
     kept_prefixes.push_back(parts.stem + " " + LocalTime(now + offset * 86400, "%Y-%m-%d"));
   }
-
-  // Only regular files are removed, each checked through the folder that
-  // holds it at the moment of removal; links and folders are left alone.
-  std::vector<FoundEntry> candidates;
-  for (FoundEntry& entry : EntriesBelow(live.folder)) {
-    if (!StartsWith(entry.relative, parts.stem)) {
-      continue;
-    }
-    const bool dated =
-        std::any_of(kept_prefixes.begin(), kept_prefixes.end(),
-                    [&](const std::string& prefix) { return StartsWith(entry.relative, prefix); });
-    if (dated || entry.relative == live_name) {
-      candidates.push_back(std::move(entry));
-    } else {
-      (void)platform::RemoveRegularFile(entry.holder, entry.name);
+  std::vector<std::string> names;
+  if (!platform::ListFolder(live.folder, names)) {
+    return;
+  }
+  // Other programs delete every file whose name begins with the log's stem,
+  // and so the live logs of their neighbours ("oruui.log" beside
+  // "oruu.log"). Here only this log's old copies and its own level markers
+  // go, and only regular files, each checked through the folder at the
+  // moment of removal: another program's log is data.
+  std::vector<std::string> candidates;
+  for (const std::string& name : names) {
+    if (name == live.name) {
+      candidates.push_back(name);
+    } else if (name == parts.stem + ".trace" || name == parts.stem + ".debug") {
+      (void)platform::RemoveRegularFile(live.folder, name);
+    } else if (IsRotatedCopyName(live.name, name)) {
+      const bool dated =
+          std::any_of(kept_prefixes.begin(), kept_prefixes.end(),
+                      [&](const std::string& prefix) { return StartsWith(name, prefix); });
+      if (dated) {
+        candidates.push_back(name);
+      } else {
+        (void)platform::RemoveRegularFile(live.folder, name);
+      }
     }
   }
-  std::sort(candidates.begin(), candidates.end(),
-            [](const FoundEntry& a, const FoundEntry& b) { return a.relative < b.relative; });
+  std::sort(candidates.begin(), candidates.end());
   const size_t keep = static_cast<size_t>(days) + 1;
   for (size_t i = 0; candidates.size() > keep && i < candidates.size() - keep; ++i) {
-    (void)platform::RemoveRegularFile(candidates[i].holder, candidates[i].name);
+    (void)platform::RemoveRegularFile(live.folder, candidates[i]);
   }
 }
 

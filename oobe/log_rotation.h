@@ -7,6 +7,7 @@
 #include "platform/safe_fs.h"
 
 #include <cstdint>
+#include <string>
 
 namespace oobe {
 
@@ -27,9 +28,21 @@ bool KeepLogsMarked(const platform::FolderHandle& folder);
 // copy has its name.
 bool RotateLiveLog(const platform::EntryRef& live);
 
+// The name of a rotated copy of the live log `live_name` ("oruu.log"):
+// "<stem> <time>[_NN].<ext>", where `time` is the local time as
+// "%Y-%m-%d %H-%M-%S" and `suffix` 1-99 tells copies made in one second apart
+// (0: none). Without an extension, "<stem> <time>[_NN]".
+std::string RotatedCopyName(const std::string& live_name, const std::string& time, int suffix);
+
+// Whether `name` is a rotated copy of `live_name`, as RotatedCopyName makes
+// them: the stem, a blank, a time of that shape, an optional "_NN" and the
+// same extension.
+bool IsRotatedCopyName(const std::string& live_name, const std::string& name);
+
 // Keeps the copies of the last `days` days, at most days + 1 files with the
-// live log, and deletes older copies and any other regular file named
-// after the log, below the log folder.
+// live log, and deletes the older copies and the log's own level markers
+// ("<stem>.trace", "<stem>.debug"). Only regular files in the log folder
+// whose names say they are one of these go; everything else stays.
 void RemoveOldLogCopies(const platform::EntryRef& live, int days);
 
 } // namespace oobe

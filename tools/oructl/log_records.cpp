@@ -2,6 +2,7 @@
 
 #include "oobe/levels.h"
 #include "oobe/log_line.h"
+#include "oobe/log_rotation.h"
 #include "platform/paths.h"
 #include "platform/safe_fs.h"
 #include "tools/oructl/oructl.h"
@@ -121,21 +122,14 @@ bool LinesBetween(int fd, off_t from, off_t to, int& lines) {
 
 std::vector<std::string> LogFilesOf(const std::string& given) {
   const std::string live = oru_tools::AbsolutePath(given);
-  std::string ext;
-  const bool has_ext = platform::GetPathExtension(live, ext);
-  std::string without = live;
-  platform::DeletePathExtension(without);
-  const std::string folder = platform::DirName(without);
-  const std::string prefix = platform::BaseName(without) + " ";
+  const std::string folder = platform::DirName(live);
+  const std::string live_name = platform::BaseName(live);
   std::vector<std::string> files;
   platform::FolderHandle handle;
   std::vector<std::string> names;
   if (platform::OpenFolder(folder, handle) && platform::ListFolder(handle, names)) {
     for (const std::string& name : names) {
-      const bool same_ext = !has_ext || (name.size() > ext.size() + 1 &&
-                                         name.compare(name.size() - ext.size() - 1,
-                                                      std::string::npos, "." + ext) == 0);
-      if (name.rfind(prefix, 0) == 0 && same_ext) {
+      if (oobe::IsRotatedCopyName(live_name, name)) {
         files.push_back(platform::JoinPath(folder, name));
       }
     }
