@@ -3,6 +3,7 @@
 #include "esd/typed_prefs.h"
 #include "platform/fs_ops.h"
 #include "platform/paths.h"
+#include "testing/child_process.h"
 #include "testing/run_as_user.h"
 #include "testing/sandbox.h"
 
@@ -102,10 +103,12 @@ TEST_F(PrefsWriterTest, SaveByRenameReplacesALinkAtThePathAndNeverItsTarget) {
 }
 
 TEST_F(PrefsWriterTest, SaveByRenameRemovesWhatADeadSaveLeftAndLeavesNothingBeside) {
-  WriteFile(sandbox_.Path(".prefs.dat.saving"), "<Preferences><half");
+  const std::string left = sandbox_.Path(
+      ".prefs.dat.saving-" + std::to_string(oru_testing::PidOfAnExitedProcess()) + "-0");
+  WriteFile(left, "<Preferences><half");
   PrefsWriter writer(path_, "Preferences");
   ASSERT_TRUE(writer.SetPref<bool>("AutoCheck", true));
-  EXPECT_FALSE(platform::PathExists(sandbox_.Path(".prefs.dat.saving")));
+  EXPECT_FALSE(platform::PathExists(left));
   EXPECT_EQ(FileText(), std::string(kDeclaration) +
                             "<Preferences>\n<AutoCheck>1</AutoCheck>\n</Preferences>\n");
 }

@@ -153,8 +153,10 @@ bool ListFolder(const FolderHandle& folder, std::vector<std::string>& names);
 // made to carry the mode, owner and group of the file it replaces) and are
 // flushed to disk; the temporary is renamed over the name (which replaces a
 // link or FIFO there too, never what it points to) and the folder flushed.
-// A new file gets `mode`, less the umask. A temporary left by a process that
-// died is removed first.
+// A new file gets `mode`, less the umask. Each call has a temporary of its
+// own, ".<name>.saving-<pid>-<n>", so saves that nothing serialises never
+// take each other's; temporaries beside it whose process is gone (left by a
+// save that died) are removed first, and those of live processes stay.
 bool ReplaceFileContents(const FolderHandle& folder, const std::string& name,
                          const std::string& bytes, mode_t mode);
 

@@ -4,11 +4,13 @@
 #include "platform/safe_fs.h"
 #include "platform/safe_fs_internal.h"
 
+#include <atomic>
 #include <deque>
 #include <dirent.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <mutex>
+#include <signal.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -618,15 +620,61 @@ bool ListFolder(const FolderHandle& folder, std::vector<std::string>& names) {
   return true;
 }
 
+namespace {
+
+// The start of every save temporary of `name`; the rest is "<pid>-<n>".
+std::string SaveTemporaryPrefix(const std::string& name) {
+  return "." + name + ".saving-";
+}
+
+// A temporary of this call's own: no other save, in this process or
+// another, makes the same name.
+std::string NewSaveTemporary(const std::string& name) {
+  static std::atomic<unsigned long> saves{0};
+  return SaveTemporaryPrefix(name) + std::to_string(getpid()) + "-" + std::to_string(saves++);
+}
+
+// The process that made a save temporary, or 0 when the name says none.
+pid_t OwnerOfSaveTemporary(const std::string& entry, const std::string& prefix) {
+  if (entry.compare(0, prefix.size(), prefix) != 0) {
+    return 0;
+  }
+  const size_t dash = entry.find('-', prefix.size());
+  const std::string digits = entry.substr(prefix.size(), dash - prefix.size());
+  if (digits.empty() || digits.size() > 9 || dash == std::string::npos ||
+      digits.find_first_not_of("0123456789") != std::string::npos) {
+    return 0;
+  }
+  return static_cast<pid_t>(std::stol(digits));
+}
+
+// Removes the temporaries of saves whose process is gone. A process of
+// another user still counts as alive (kill answers EPERM).
+void RemoveTemporariesOfDeadSaves(const FolderHandle& folder, const std::string& name) {
+  std::vector<std::string> entries;
+  if (!ListFolder(folder, entries)) {
+    return;
+  }
+  const std::string prefix = SaveTemporaryPrefix(name);
+  for (const std::string& entry : entries) {
+    const pid_t owner = OwnerOfSaveTemporary(entry, prefix);
+    if (owner > 0 && kill(owner, 0) != 0 && errno == ESRCH) {
+      (void)RemoveRegularFile(folder, entry);
+    }
+  }
+}
+
+} // namespace
+
 bool ReplaceFileContents(const FolderHandle& folder, const std::string& name,
                          const std::string& bytes, mode_t mode) {
   if (!IsSingleComponent(name)) {
     return Fail(EINVAL);
   }
-  const std::string temporary = "." + name + ".saving";
+  const std::string temporary = NewSaveTemporary(name);
   struct stat replaced;
   const bool replaces = StatEntry(folder, name, replaced) && S_ISREG(replaced.st_mode);
-  (void)RemoveRegularFile(folder, temporary); // left by a save that died
+  RemoveTemporariesOfDeadSaves(folder, name);
   OpenOptions fresh;
   fresh.access = FileAccess::kWrite;
   fresh.create = true;

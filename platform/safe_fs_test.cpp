@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace platform {
@@ -351,6 +352,80 @@ TEST_F(SafeFsTest, ListFolderNamesEveryEntryButDotAndDotDot) {
   ASSERT_TRUE(ListFolder(folder, names));
   std::sort(names.begin(), names.end());
   EXPECT_EQ(names, (std::vector<std::string>{"one", "two"}));
+}
+
+// Names in the sandbox's root that are temporaries of saves of `name`.
+std::vector<std::string> SaveTemporariesOf(const std::string& folder, const std::string& name) {
+  FolderHandle handle;
+  std::vector<std::string> names;
+  EXPECT_TRUE(OpenFolder(folder, handle) && ListFolder(handle, names));
+  std::vector<std::string> found;
+  for (const std::string& entry : names) {
+    if (entry.rfind("." + name + ".saving", 0) == 0) {
+      found.push_back(entry);
+    }
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+// 200 saves of one file from 8 processes at once, with nothing serialising
+// them: none fails for a temporary another one took, the file is one of the
+// saves whole, and no temporary is left.
+TEST_F(SafeFsTest, SavesThatNothingSerialisesNeverTakeEachOthersTemporary) {
+  constexpr int kProcesses = 8;
+  constexpr int kSavesEach = 25;
+  int gate[2];
+  ASSERT_EQ(pipe(gate), 0);
+  std::vector<pid_t> savers;
+  for (int process = 0; process < kProcesses; ++process) {
+    const pid_t saver = fork();
+    if (saver == 0) {
+      close(gate[1]);
+      char go;
+      (void)!read(gate[0], &go, 1); // all start together once the gate closes
+      FolderHandle folder;
+      int failed = OpenFolder(sandbox_.root(), folder) ? 0 : kSavesEach;
+      for (int save = 0; failed == 0 && save < kSavesEach; ++save) {
+        const std::string bytes = "saver " + std::to_string(process) + " save " +
+                                  std::to_string(save) + "\n" + std::string(4096, 'x');
+        failed += ReplaceFileContents(folder, "shared.dat", bytes, 0644) ? 0 : 1;
+      }
+      _exit(failed);
+    }
+    savers.push_back(saver);
+  }
+  close(gate[0]);
+  close(gate[1]);
+  int failed = 0;
+  for (const pid_t saver : savers) {
+    int status = 0;
+    ASSERT_EQ(waitpid(saver, &status, 0), saver);
+    ASSERT_TRUE(WIFEXITED(status));
+    failed += WEXITSTATUS(status);
+  }
+  EXPECT_EQ(failed, 0);
+  const std::string text = ReadFile(sandbox_.Path("shared.dat"));
+  EXPECT_EQ(text.rfind("saver ", 0), 0u);
+  EXPECT_EQ(text.size() - text.find('\n') - 1, 4096u);
+  EXPECT_TRUE(SaveTemporariesOf(sandbox_.root(), "shared.dat").empty());
+}
+
+TEST_F(SafeFsTest, ASaveRemovesTheTemporariesOfDeadSavesAndLeavesThoseOfLiveOnes) {
+  const std::string dead =
+      ".prefs.dat.saving-" + std::to_string(oru_testing::PidOfAnExitedProcess()) + "-0";
+  const std::string live = ".prefs.dat.saving-" + std::to_string(getppid()) + "-7";
+  const std::string other =
+      ".other.dat.saving-" + std::to_string(oru_testing::PidOfAnExitedProcess()) + "-0";
+  for (const std::string& name : {dead, live, other}) {
+    WriteFile(sandbox_.Path(name), "<Preferences><half");
+  }
+  FolderHandle folder;
+  ASSERT_TRUE(OpenFolder(sandbox_.root(), folder));
+  ASSERT_TRUE(ReplaceFileContents(folder, "prefs.dat", "new", 0644));
+  EXPECT_EQ(ReadFile(sandbox_.Path("prefs.dat")), "new");
+  EXPECT_EQ(SaveTemporariesOf(sandbox_.root(), "prefs.dat"), std::vector<std::string>{live});
+  EXPECT_EQ(access(sandbox_.Path(other).c_str(), F_OK), 0);
 }
 
 TEST_F(SafeFsTest, ReadAllStopsAtItsLimit) {

@@ -15,6 +15,15 @@ extern char** environ;
 
 namespace oru_testing {
 
+pid_t PidOfAnExitedProcess() {
+  const pid_t child = fork();
+  if (child == 0) {
+    _exit(0);
+  }
+  waitpid(child, nullptr, 0);
+  return child;
+}
+
 int RunInChild(const std::function<int()>& body) {
   const pid_t child = fork();
   if (child < 0) {

@@ -15,6 +15,10 @@ namespace oru_testing {
 // status. Returns that status, or -1 when the child did not exit normally.
 int RunInChild(const std::function<int()>& body);
 
+// The id of a child that has exited and been reaped: a process that is
+// gone (until the system hands the id out again).
+pid_t PidOfAnExitedProcess();
+
 struct ChildProgram {
   pid_t pid = -1;
   FILE* output = nullptr; // the child's standard output
