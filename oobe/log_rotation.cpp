@@ -99,24 +99,29 @@ bool CopyLiveLog(const platform::EntryRef& live, int source) {
   fresh.exclusive = true;
   if (!platform::OpenFileIn(live.folder, partial, fresh, copy) ||
       !platform::CopyFileData(source, copy.get())) {
+    const int failure = errno;
     (void)platform::RemoveRegularFile(live.folder, partial);
+    errno = failure;
     return false;
   }
   // A name already taken (two rotations in one second, or anything put
   // there) moves on to "_NN", which sorts after the plain name and keeps
   // copies in time order; a new link never replaces what has the name.
   bool named = false;
+  int failure = EINVAL; // no name a copy could take
   for (int suffix = 0; suffix <= kMaxCopySuffix && !named; ++suffix) {
     const std::string name = RotatedCopyName(live.name, time, suffix);
     if (name.empty()) {
       break;
     }
     named = platform::LinkEntry(live.folder, partial, name);
-    if (!named && errno != EEXIST) {
+    failure = errno;
+    if (!named && failure != EEXIST) {
       break;
     }
   }
   (void)platform::RemoveRegularFile(live.folder, partial);
+  errno = failure;
   return named;
 }
 
@@ -147,7 +152,7 @@ bool KeepLogsMarked(const platform::FolderHandle& folder) {
   return std::strcmp(content, "keeplogs") == 0;
 }
 
-bool RotateLiveLog(const platform::EntryRef& live) {
+bool RotateLiveLog(const platform::EntryRef& live, int* error) {
   // The file is held from the copy to the emptying: both act on what the
   // path names at this moment, so lines are never emptied without a copy.
   platform::OpenOptions read_write;
@@ -155,6 +160,9 @@ bool RotateLiveLog(const platform::EntryRef& live) {
   platform::ScopedFd current;
   if (!platform::OpenFileIn(live.folder, live.name, read_write, current) ||
       !CopyLiveLog(live, current.get())) {
+    if (error) {
+      *error = errno;
+    }
     return false;
   }
   // A kill or a failure here can only leave the lines in both files.

@@ -25,8 +25,8 @@ bool KeepLogsMarked(const platform::FolderHandle& folder);
 // empties that very file. The file copied and the file emptied are always
 // one file, even when the log was deleted and made again since a writer
 // opened it. A failed copy leaves the live log as it was. True when the
-// copy has its name.
-bool RotateLiveLog(const platform::EntryRef& live);
+// copy has its name; otherwise `error`, when given, gets the system's error.
+bool RotateLiveLog(const platform::EntryRef& live, int* error = nullptr);
 
 // The name of a rotated copy of the live log `live_name` ("oruu.log"):
 // "<stem> <time>[_NN].<ext>", where `time` is the local time as

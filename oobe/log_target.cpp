@@ -9,6 +9,7 @@
 #include "platform/paths.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <errno.h>
@@ -69,6 +70,40 @@ LockOutcome Reported(const ScopedFileLock& lock, const std::string& path) {
   }
   return lock.outcome();
 }
+
+// Whether the file at `path` is empty or ends in a line feed. A record cut
+// short whose bytes could not be given back leaves a line without its end;
+// the next record must not continue it.
+bool EndsInLineFeed(const std::string& path) {
+  platform::ScopedFd file;
+  struct stat info;
+  char last = '\n';
+  if (!platform::OpenFileAt(path, platform::OpenOptions(), file) || fstat(file.get(), &info) != 0 ||
+      info.st_size == 0) {
+    return true;
+  }
+  return pread(file.get(), &last, 1, info.st_size - 1) != 1 || last == '\n';
+}
+
+// Gives back what a failed append added: a descriptor opened for appending
+// stands at the end of what it wrote, and under the file lock nobody else
+// wrote after it.
+bool GiveBack(int fd, size_t written) {
+  const off_t end = lseek(fd, 0, SEEK_CUR);
+  return end >= static_cast<off_t>(written) &&
+         ftruncate(fd, end - static_cast<off_t>(written)) == 0;
+}
+
+// Says `what` about the log on standard error, once per process and kind:
+// a full disk fails every record, and one line tells the cause.
+void SayOnce(std::atomic<bool>& said, const char* what, const std::string& path, int error) {
+  if (!said.exchange(true)) {
+    std::fprintf(stderr, "oobe: %s the log %s: %s\n", what, path.c_str(), std::strerror(error));
+  }
+}
+
+std::atomic<bool> unwritten_record_said{false};
+std::atomic<bool> failed_rotation_said{false};
 
 } // namespace
 
@@ -188,6 +223,7 @@ bool LogTargetDefault::Open() {
     const ScopedFileLock lock(fileLock_.get());
     if (Reported(lock, filePath_) == LockOutcome::kTaken) {
       (void)CheckSizeAndCleanUp(); // retried by the next size check if it failed
+      startOnNewLine_ = !EndsInLineFeed(filePath_);
     }
   }
   opened_ = true;
@@ -213,14 +249,15 @@ bool LogTargetDefault::Write(int32_t level, const char* f1, const char* f2, cons
     return true;
   }
   if (!use_file_lock) {
-    WriteRecord(record);
+    WriteRecord(record, false);
     return true;
   }
   if (!fileLock_) {
     return true; // dropped on purpose: a writer never waits for a missing lock
   }
   const ScopedFileLock lock(fileLock_.get());
-  switch (Reported(lock, filePath_)) {
+  const LockOutcome outcome = Reported(lock, filePath_);
+  switch (outcome) {
   case LockOutcome::kFailed:
     return true; // as without a lock: dropped, never blocked
   case LockOutcome::kTimedOut:
@@ -236,19 +273,29 @@ bool LogTargetDefault::Write(int32_t level, const char* f1, const char* f2, cons
     }
     break;
   }
-  WriteRecord(record);
+  WriteRecord(record, outcome == LockOutcome::kTaken);
   return true;
 }
 
-void LogTargetDefault::WriteRecord(const LogRecord& record) {
+void LogTargetDefault::WriteRecord(const LogRecord& record, bool locked) {
   thread_local std::string text;
   text.clear();
   if (headerPending_) {
     headerPending_ = false;
     AppendHeader(kLevelInfo, record.fields, text);
   }
+  if (!rotationWarning_.empty()) {
+    AppendRecord(LogRecord{kLevelWarn,
+                           {record.fields[0], record.fields[1], record.fields[2], record.fields[3],
+                            nullptr, nullptr},
+                           rotationWarning_.c_str(),
+                           nullptr,
+                           0},
+                 text);
+    rotationWarning_.clear();
+  }
   AppendRecord(record, text);
-  WriteText(text);
+  WriteText(text, locked);
 }
 
 void LogTargetDefault::AppendRecord(const LogRecord& record, std::string& text) {
@@ -329,13 +376,14 @@ void LogTargetDefault::WriteHeader(int32_t level, const char* f1, const char* f2
       return;
     }
     const ScopedFileLock lock(fileLock_.get());
-    if (Reported(lock, filePath_) == LockOutcome::kFailed) {
+    const LockOutcome outcome = Reported(lock, filePath_);
+    if (outcome == LockOutcome::kFailed) {
       return;
     }
-    WriteText(text);
+    WriteText(text, outcome == LockOutcome::kTaken);
     return;
   }
-  WriteText(text);
+  WriteText(text, false);
 }
 
 void LogTargetDefault::WriteLine(const char* text) {
@@ -346,20 +394,48 @@ void LogTargetDefault::WriteLine(const char* text) {
   thread_local std::string line;
   line.assign(text);
   line += '\n';
-  WriteText(line);
+  WriteText(line, false);
 }
 
-void LogTargetDefault::WriteText(const std::string& text) {
-  if (text.empty() || !file_.valid() || fileFailed_) {
+void LogTargetDefault::WriteText(const std::string& text, bool locked) {
+  if (text.empty()) {
+    return;
+  }
+  if (!file_.valid() || fileFailed_) {
+    NoteUnwritten(lastWriteError_ != 0 ? lastWriteError_ : EBADF);
     return;
   }
   // One write for everything a record brings (the header block after a
   // rotation, then the line, each ending in a newline): another process
   // appending to the same file never lands inside it, and a kill leaves it
-  // whole or absent.
-  if (!platform::WriteAll(file_.get(), text.data(), text.size())) {
-    fileFailed_ = true;
+  // whole or absent. After a line left without its end, the record starts
+  // on a line of its own; its own bytes are as always.
+  thread_local std::string fresh_line;
+  const std::string* out = &text;
+  if (startOnNewLine_) {
+    fresh_line.assign(1, '\n');
+    fresh_line += text;
+    out = &fresh_line;
   }
+  size_t written = 0;
+  if (platform::WriteAll(file_.get(), out->data(), out->size(), &written)) {
+    startOnNewLine_ = false;
+    return;
+  }
+  const int error = errno;
+  fileFailed_ = true;
+  // Whole or absent: what went out of a record that could not be written
+  // whole is given back, which is safe only while no one else appends.
+  if (written > 0 && !(locked && GiveBack(file_.get(), written))) {
+    startOnNewLine_ = (*out)[written - 1] != '\n';
+  }
+  NoteUnwritten(error);
+}
+
+void LogTargetDefault::NoteUnwritten(int error) {
+  ++unwrittenRecords_;
+  lastWriteError_ = error;
+  SayOnce(unwritten_record_said, "a record could not be written to", filePath_, error);
 }
 
 uint64_t LogTargetDefault::SizeLimitForLevel(int32_t level) {
@@ -434,14 +510,25 @@ bool LogTargetDefault::CheckSizeAndCleanUp() {
   headerPending_ = true;
   // The copy is made by the kernel where it can: a 50 MiB log is set aside
   // in about the time cp takes, while every other writer waits on the lock.
-  // A failed rotation keeps the live log whole; the next check tries again.
-  (void)RotateLiveLog(live);
+  RotateOrSayWhyNot(live);
   const bool reopened = OpenStream(filePath_, file_);
   fileFailed_ = false;
   if (!keep_logs) {
     RemoveOldLogCopies(live, kDaysOfCopies);
   }
   return reopened;
+}
+
+void LogTargetDefault::RotateOrSayWhyNot(const platform::EntryRef& live) {
+  int error = 0;
+  if (RotateLiveLog(live, &error)) {
+    startOnNewLine_ = false; // the live log is empty now
+    return;
+  }
+  // The live log is kept whole and the next size check tries again.
+  SayOnce(failed_rotation_said, "could not set aside", filePath_, error);
+  rotationWarning_ = "The log could not be set aside (" + std::string(std::strerror(error)) +
+                     "); it is kept whole and set aside at a later check";
 }
 
 void LogTargetDefault::RemoveOldCopies(int days) {

@@ -128,6 +128,13 @@ public:
 
   static uint64_t SizeLimitForLevel(int32_t level);
 
+  // Records this target could not write whole, and the system's error of
+  // the last one. Each left the file as it was before it (or, when even
+  // giving back what it wrote failed, the next record starts on a line of
+  // its own); after one, the file is written again only once reopened.
+  uint64_t UnwrittenRecords() const { return unwrittenRecords_; }
+  int LastWriteError() const { return lastWriteError_; }
+
   // Overrides the system's answer (ThreadIdsShown) for this target.
   void ShowThreadIds(bool show) { withThreadId_ = show; }
   bool HeaderPending() const { return headerPending_; }
@@ -136,20 +143,34 @@ public:
 private:
   // Writes the header block if a rotation left it pending, then the record,
   // in one write.
-  void WriteRecord(const LogRecord& record);
+  void WriteRecord(const LogRecord& record, bool locked);
   // The record's line, with its newline, added to `text` (nothing when the
   // threshold filters it out).
   void AppendRecord(const LogRecord& record, std::string& text);
   // The stored header block's lines, each a record at `level` with the
   // first four identity fields.
   void AppendHeader(int32_t level, const char* const* fields, std::string& text);
-  // Appends `text` to the file in one write.
-  void WriteText(const std::string& text);
+  // Appends `text` to the file in one write. `locked`: this process holds
+  // the file lock, so what a failed write added can be given back.
+  void WriteText(const std::string& text, bool locked);
+  // Counts, and says once per process, a record that was not written.
+  void NoteUnwritten(int error);
+  // Sets the live log aside (the size check's rotation); a failure is said
+  // once per process and leaves a WARN record for the next write.
+  void RotateOrSayWhyNot(const platform::EntryRef& live);
 
   std::unique_ptr<FileLockHandle> fileLock_;
   HeaderBlock header_;
   std::vector<std::string> credentialKeys_;
   bool headerPending_ = false;
+  // The WARN record of a rotation that could not be made, written before
+  // the next record.
+  std::string rotationWarning_;
+  // The file's last line has no end (a record cut short that could not be
+  // given back): the next record starts on a line of its own.
+  bool startOnNewLine_ = false;
+  uint64_t unwrittenRecords_ = 0;
+  int lastWriteError_ = 0;
   bool withThreadId_ = true;
   int64_t lastCleanUpTime_ = 0;
   int64_t lastLineTime_ = 0;

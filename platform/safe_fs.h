@@ -163,8 +163,9 @@ bool ReplaceFileContents(const FolderHandle& folder, const std::string& name,
 // Reads the whole file, or fails when it holds more than `limit` bytes.
 bool ReadAll(int fd, std::string& out, size_t limit);
 
-// Writes all of `size` bytes, resuming after a partial write.
-bool WriteAll(int fd, const char* data, size_t size);
+// Writes all of `size` bytes, resuming after a partial write. `written`,
+// when given, gets how many bytes went out, also when it fails part way.
+bool WriteAll(int fd, const char* data, size_t size, size_t* written = nullptr);
 
 // A name that stands for one item of a folder: not empty, not "." or "..",
 // no "/" and no NUL.

@@ -734,19 +734,24 @@ bool ReadAll(int fd, std::string& out, size_t limit) {
   return true;
 }
 
-bool WriteAll(int fd, const char* data, size_t size) {
-  while (size > 0) {
-    const ssize_t written = write(fd, data, size);
-    if (written < 0) {
+bool WriteAll(int fd, const char* data, size_t size, size_t* written) {
+  size_t done = 0;
+  bool whole = true;
+  while (done < size) {
+    const ssize_t wrote = write(fd, data + done, size - done);
+    if (wrote < 0) {
       if (errno == EINTR) {
         continue;
       }
-      return false;
+      whole = false;
+      break;
     }
-    data += written;
-    size -= static_cast<size_t>(written);
+    done += static_cast<size_t>(wrote);
   }
-  return true;
+  if (written) {
+    *written = done;
+  }
+  return whole;
 }
 
 } // namespace platform
