@@ -84,8 +84,9 @@ bool CopyNameTail(const NameParts& parts, std::string& tail) {
   return true;
 }
 
-// Copies `source` (the live log, read from its start) under a copy's name.
-bool CopyLiveLog(const platform::EntryRef& live, int source) {
+// Copies `source` (the live log, read from its start) under a copy's name,
+// which `named_as` gets.
+bool CopyLiveLog(const platform::EntryRef& live, int source, std::string& named_as) {
   const std::string time = LocalTime(::time(nullptr), "%Y-%m-%d %H-%M-%S");
   // The copy is made under a name of its own and gets the copy's name only
   // once it is complete, so a kill never leaves part of a log under a copy's
@@ -116,6 +117,7 @@ bool CopyLiveLog(const platform::EntryRef& live, int source) {
     }
     named = platform::LinkEntry(live.folder, partial, name);
     failure = errno;
+    named_as = name;
     if (!named && failure != EEXIST) {
       break;
     }
@@ -158,16 +160,22 @@ bool RotateLiveLog(const platform::EntryRef& live, int* error) {
   platform::OpenOptions read_write;
   read_write.access = platform::FileAccess::kReadWrite;
   platform::ScopedFd current;
-  if (!platform::OpenFileIn(live.folder, live.name, read_write, current) ||
-      !CopyLiveLog(live, current.get())) {
-    if (error) {
-      *error = errno;
+  std::string copy;
+  if (platform::OpenFileIn(live.folder, live.name, read_write, current) &&
+      CopyLiveLog(live, current.get(), copy)) {
+    // A kill here can only leave the lines in both files; a live log that
+    // cannot be emptied keeps them, and the copy goes again.
+    if (ftruncate(current.get(), 0) == 0) {
+      return true;
     }
-    return false;
+    const int failure = errno;
+    (void)platform::RemoveRegularFile(live.folder, copy);
+    errno = failure;
   }
-  // A kill or a failure here can only leave the lines in both files.
-  (void)!ftruncate(current.get(), 0);
-  return true;
+  if (error) {
+    *error = errno;
+  }
+  return false;
 }
 
 std::string RotatedCopyName(const std::string& live_name, const std::string& time, int suffix) {

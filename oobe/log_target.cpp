@@ -435,7 +435,9 @@ void LogTargetDefault::WriteText(const std::string& text, bool locked) {
 void LogTargetDefault::NoteUnwritten(int error) {
   ++unwrittenRecords_;
   lastWriteError_ = error;
-  SayOnce(unwritten_record_said, "a record could not be written to", filePath_, error);
+  if (saysUnwrittenRecords_) {
+    SayOnce(unwritten_record_said, "a record could not be written to", filePath_, error);
+  }
 }
 
 uint64_t LogTargetDefault::SizeLimitForLevel(int32_t level) {

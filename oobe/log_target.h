@@ -134,6 +134,9 @@ public:
   // its own); after one, the file is written again only once reopened.
   uint64_t UnwrittenRecords() const { return unwrittenRecords_; }
   int LastWriteError() const { return lastWriteError_; }
+  // Whether this target says the first record it could not write on
+  // standard error (the default); a caller that says it itself turns it off.
+  void SetSaysUnwrittenRecords(bool says) { saysUnwrittenRecords_ = says; }
 
   // Overrides the system's answer (ThreadIdsShown) for this target.
   void ShowThreadIds(bool show) { withThreadId_ = show; }
@@ -170,6 +173,7 @@ private:
   // given back): the next record starts on a line of its own.
   bool startOnNewLine_ = false;
   uint64_t unwrittenRecords_ = 0;
+  bool saysUnwrittenRecords_ = true;
   int lastWriteError_ = 0;
   bool withThreadId_ = true;
   int64_t lastCleanUpTime_ = 0;

@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string>
 
 namespace oructl {
@@ -30,14 +31,19 @@ const char kUsage[] =
     "                wrote them (default \"oructl\"; the launcher's is\n"
     "                \"UPDATER\", and only those records make launcher runs)\n"
     "\n"
-    "Exit status: 0 written; 2 usage, or a log that cannot be opened.\n";
+    "Exit status: 0 every record written; 2 usage, a log that cannot be\n"
+    "opened, or a record that could not be written (each such record is\n"
+    "absent from the log, never cut short).\n";
 
 const char kTargetName[] = "ORUCTL-WRITE";
 
 // The log target of this command, registered while it lives.
 class WriteTarget {
 public:
-  explicit WriteTarget(int32_t level) : target_(kTargetName) { target_.SetLevel(level); }
+  explicit WriteTarget(int32_t level) : target_(kTargetName) {
+    target_.SetLevel(level);
+    target_.SetSaysUnwrittenRecords(false); // the command says it, with the count
+  }
   ~WriteTarget() {
     if (registered_) {
       oobe::LogManager::Instance().RemoveTarget(kTargetName, &target_);
@@ -49,6 +55,18 @@ public:
     registered_ = target_.SetLogFile(platform::BaseName(path).c_str(), folder.c_str()) &&
                   oobe::LogManager::Instance().AddTarget(&target_);
     return registered_;
+  }
+
+  // Exit status once every record was handed on: an error, said in one line
+  // with the file and the cause, when any record was not written.
+  int Finish(uint64_t records) const {
+    const uint64_t unwritten = target_.UnwrittenRecords();
+    if (unwritten == 0) {
+      return kOk;
+    }
+    return Fail(std::to_string(unwritten) + " of " + std::to_string(records) +
+                " records could not be written to the log " + target_.GetFilePath() + ": " +
+                std::strerror(target_.LastWriteError()));
   }
 
 private:
@@ -91,17 +109,19 @@ int LogWriteCommand(const Arguments& given) {
       message += (message.empty() ? "" : " ") + word;
     }
     Write(level, tag, message);
-    return kOk;
+    return target.Finish(1);
   }
   char* text = nullptr;
   size_t capacity = 0;
   ssize_t length = 0;
+  uint64_t records = 0;
   while ((length = getline(&text, &capacity, stdin)) >= 0) {
     const size_t kept = length > 0 && text[length - 1] == '\n' ? length - 1 : length;
     Write(level, tag, std::string(text, kept));
+    ++records;
   }
   std::free(text);
-  return kOk;
+  return target.Finish(records);
 }
 
 } // namespace oructl

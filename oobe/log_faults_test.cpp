@@ -1,0 +1,163 @@
+// The logging library on a failing or full disk: every failure of every
+// call that writing records and setting the log aside make, and a disk
+// filled to its last byte. A record is whole or absent, a record reported
+// written is there once, and the writer after the fault starts cleanly.
+#include "oobe/log_line.h"
+#include "oobe/log_rotation.h"
+#include "oobe/log_target.h"
+#include "testing/child_process.h"
+#include "testing/fault_injection.h"
+#include "testing/log_test_support.h"
+#include "testing/sandbox.h"
+
+#include <algorithm>
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <set>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace oobe {
+namespace {
+
+using oru_testing::Sandbox;
+
+constexpr char kLogName[] = "faults.log";
+constexpr int kRecords = 4;
+
+// A whole line as the library writes it, `bytes` long with its newline.
+std::string FillerLine(size_t bytes) {
+  std::string line = "01/02/26 03:04:05:006 | [INFO] | filler | helper |  |  |  |  | 1 | ";
+  line.append(bytes - line.size() - 1, 'f');
+  return line + "\n";
+}
+
+// The files of the log, its copies (oldest first) and then the live one.
+std::vector<std::string> LogFiles(const std::string& folder) {
+  std::vector<std::string> copies;
+  DIR* dir = opendir(folder.c_str());
+  while (const struct dirent* entry = dir ? readdir(dir) : nullptr) {
+    if (IsRotatedCopyName(kLogName, entry->d_name)) {
+      copies.push_back(folder + "/" + entry->d_name);
+    }
+  }
+  if (dir) {
+    closedir(dir);
+  }
+  std::sort(copies.begin(), copies.end());
+  copies.push_back(folder + "/" + kLogName);
+  return copies;
+}
+
+class LogFaultsTest : public ::testing::Test {
+protected:
+  // A live log of whole lines exactly at the size at which it is set aside:
+  // the next writer rotates it when it opens it.
+  void PrepareDueLog() {
+    for (const std::string& file : LogFiles(folder_)) {
+      unlink(file.c_str());
+    }
+    std::string text;
+    const size_t line_bytes = 10240;
+    for (uint64_t size = 0; size < RotationSizeLimit(kLevelInfo); size += line_bytes) {
+      text += FillerLine(line_bytes);
+    }
+    oru_testing::WriteFile(folder_ + "/" + kLogName, text);
+  }
+
+  // Runs a writer of `count` records tagged `id`; the records it reported
+  // written go into `written_`.
+  void WriteRecords(const std::string& id, int count) {
+    oru_testing::ChildProgram writer = oru_testing::StartProgram(
+        ORU_LOG_WRITER_HELPER, {"records", folder_, kLogName, id, std::to_string(count), "40"});
+    std::istringstream reported(oru_testing::ReadAll(writer));
+    EXPECT_EQ(oru_testing::FinishProgram(writer), 0);
+    std::string word;
+    long index = 0;
+    while (reported >> word >> index) {
+      written_.insert(id + " r" + std::to_string(index));
+    }
+  }
+
+  // Every line of every file of the log is a whole record, and each record
+  // reported written is there exactly once.
+  void ExpectWholeRecordsOnly(const std::string& context) {
+    std::map<std::string, int> seen;
+    for (const std::string& file : LogFiles(folder_)) {
+      for (const std::string& line : testing::LinesOf(file)) {
+        ParsedLine parsed;
+        ASSERT_TRUE(ParseLine(line, kLineSeparator, parsed))
+            << context << ": a line cut off or glued in " << file << ":\n"
+            << line.substr(0, 200);
+        ++seen[parsed.message.substr(0, parsed.message.find(' ', parsed.message.find(' ') + 1))];
+      }
+    }
+    for (const std::string& record : written_) {
+      EXPECT_EQ(seen[record], 1) << context << ": " << record;
+    }
+  }
+
+  Sandbox sandbox_;
+  std::string folder_ = sandbox_.Path("logs");
+  std::set<std::string> written_;
+};
+
+// Each call that writing records to a log due for rotation makes, failed in
+// turn with each error of a failing disk (and writes cut in half).
+TEST_F(LogFaultsTest, EveryFailedCallLeavesWholeRecordsAndTheNextWriterStartsCleanly) {
+  ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
+  const std::string counts_file = sandbox_.Path("counts");
+  PrepareDueLog();
+  {
+    const oru_testing::ScopedFaults counting(ORU_FAULT_INJECTION, folder_, "", counts_file);
+    WriteRecords("count", kRecords);
+  }
+  const std::map<std::string, long> counts = oru_testing::ReadFaultCounts(counts_file);
+  ASSERT_GT(counts.at("write"), 0);
+  ASSERT_GT(counts.at("copy_file_range"), 0);
+  ASSERT_GT(counts.at("ftruncate"), 0);
+  int runs = 0;
+  for (const auto& [function, count] : counts) {
+    for (long call = 1; call <= count; ++call) {
+      for (const std::string& kind : oru_testing::FaultKindsOf(function)) {
+        const std::string fault = function + ":" + std::to_string(call) + ":" + kind;
+        PrepareDueLog();
+        written_.clear();
+        {
+          const oru_testing::ScopedFaults faults(ORU_FAULT_INJECTION, folder_, fault);
+          WriteRecords("faulty", kRecords);
+        }
+        WriteRecords("after", kRecords);
+        ExpectWholeRecordsOnly(fault);
+        EXPECT_EQ(written_.count("after r0") + written_.count("after r3"), 2u) << fault;
+        ++runs;
+      }
+    }
+  }
+  EXPECT_GT(runs, 20);
+}
+
+// A record cut short whose bytes cannot be given back either: the line
+// stays cut, but the next writer's record is a line of its own.
+TEST_F(LogFaultsTest, ARecordThatCannotBeGivenBackNeverSwallowsTheNextOne) {
+  ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
+  {
+    const oru_testing::ScopedFaults faults(ORU_FAULT_INJECTION, folder_,
+                                           "write:2:half,ftruncate:1:EIO");
+    WriteRecords("faulty", kRecords);
+  }
+  WriteRecords("after", kRecords);
+  const std::vector<std::string> lines = testing::LinesOf(folder_ + "/" + kLogName);
+  ASSERT_EQ(lines.size(), 2u + kRecords) << "the first record, the cut one, the next writer's";
+  EXPECT_EQ(testing::MessageOf(lines[0]).rfind("faulty r0 ", 0), 0u);
+  ParsedLine parsed;
+  EXPECT_FALSE(ParseLine(lines[1], kLineSeparator, parsed)) << "the cut line";
+  for (int i = 0; i < kRecords; ++i) {
+    EXPECT_EQ(testing::MessageOf(lines[2 + i]).rfind("after r" + std::to_string(i) + " ", 0), 0u)
+        << lines[2 + i];
+  }
+}
+
+} // namespace
+} // namespace oobe

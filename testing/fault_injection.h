@@ -1,0 +1,45 @@
+// Running programs under testing/fault_injection.c, the preload that fails
+// chosen system calls on files below one folder, and a disk that is full.
+#ifndef ORU_TESTING_FAULT_INJECTION_H
+#define ORU_TESTING_FAULT_INJECTION_H
+
+#include "testing/sandbox.h"
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace oru_testing {
+
+// While it lives, programs this process starts run under the preload at
+// `library`, with calls counted on files below `folder` (given its real
+// path here), failing `faults` ("write:3:EIO,ftruncate:1:EIO"; empty: none)
+// and, when `counts_file` is not empty, appending their call counts there.
+class ScopedFaults {
+public:
+  ScopedFaults(const std::string& library, const std::string& folder, const std::string& faults,
+               const std::string& counts_file = "");
+
+private:
+  std::vector<std::unique_ptr<ScopedEnv>> variables_;
+};
+
+// The call counts a counting run wrote, summed over the processes that ran.
+std::map<std::string, long> ReadFaultCounts(const std::string& counts_file);
+
+// What a sweep tries at each call of a function: the errors of a failing
+// disk, and for writes also a write of half the bytes before one fails.
+std::vector<std::string> FaultKindsOf(const std::string& function);
+
+// In a private mount namespace (a child of the test, as root): a file
+// system of `bytes` mounted at `folder`. False without the privilege.
+bool MountSmallDisk(const std::string& folder, size_t bytes);
+
+// Fills the disk that holds `folder` to its last byte with the file
+// `filler`; what can be freed again by removing it.
+bool FillDisk(const std::string& folder, const std::string& filler);
+
+} // namespace oru_testing
+
+#endif // ORU_TESTING_FAULT_INJECTION_H
