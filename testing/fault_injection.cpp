@@ -54,19 +54,26 @@ std::vector<std::string> FaultKindsOf(const std::string& function) {
   return kinds;
 }
 
-bool MountSmallDisk(const std::string& folder, size_t bytes) {
-  return unshare(CLONE_NEWNS) == 0 &&
-         mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-         mount("tmpfs", folder.c_str(), "tmpfs", 0,
-               ("size=" + std::to_string(bytes) + ",mode=0755").c_str()) == 0;
+SmallDisk::SmallDisk(const std::string& folder, size_t bytes) : folder_(folder) {
+  static const bool own_namespace =
+      unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  mounted_ = own_namespace && mount("tmpfs", folder.c_str(), "tmpfs", 0,
+                                    ("size=" + std::to_string(bytes) + ",mode=0755").c_str()) == 0;
 }
 
-bool FillDisk(const std::string& folder, const std::string& filler) {
-  const int fd = open((folder + "/" + filler).c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+SmallDisk::~SmallDisk() {
+  if (mounted_) {
+    umount2(folder_.c_str(), MNT_DETACH);
+  }
+}
+
+bool SmallDisk::Fill() {
+  const int fd = open((folder_ + "/.filler").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   if (fd < 0) {
     return false;
   }
-  // Large pieces first, then byte by byte: the last page is filled too.
+  // Large pieces first, then ever smaller ones down to a byte: the last
+  // page is filled too.
   for (size_t piece = 65536; piece > 0; piece /= 2) {
     const std::string bytes(piece, 'f');
     while (write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(piece)) {
@@ -74,6 +81,10 @@ bool FillDisk(const std::string& folder, const std::string& filler) {
   }
   close(fd);
   return true;
+}
+
+void SmallDisk::Free() {
+  unlink((folder_ + "/.filler").c_str());
 }
 
 } // namespace oru_testing

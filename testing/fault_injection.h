@@ -32,13 +32,27 @@ std::map<std::string, long> ReadFaultCounts(const std::string& counts_file);
 // disk, and for writes also a write of half the bytes before one fails.
 std::vector<std::string> FaultKindsOf(const std::string& function);
 
-// In a private mount namespace (a child of the test, as root): a file
-// system of `bytes` mounted at `folder`. False without the privilege.
-bool MountSmallDisk(const std::string& folder, size_t bytes);
+// A file system of a few pages mounted at `folder` in a mount namespace of
+// this process's own (as root), unmounted again when it goes. Only this
+// process and the programs it starts see it.
+class SmallDisk {
+public:
+  SmallDisk(const std::string& folder, size_t bytes);
+  ~SmallDisk();
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
 
-// Fills the disk that holds `folder` to its last byte with the file
-// `filler`; what can be freed again by removing it.
-bool FillDisk(const std::string& folder, const std::string& filler);
+  // False without the privilege to mount.
+  bool mounted() const { return mounted_; }
+  // Fills the disk to its last byte with a file of its own.
+  bool Fill();
+  // Removes that file: the space is free again.
+  void Free();
+
+private:
+  std::string folder_;
+  bool mounted_ = false;
+};
 
 } // namespace oru_testing
 
