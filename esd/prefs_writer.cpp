@@ -7,6 +7,7 @@
 #include "platform/utf8.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <sstream>
 #include <stdexcept>
 
@@ -39,6 +40,9 @@ PrefsWriter::ScopedLock::ScopedLock(PrefsWriter& writer) : writer_(writer) {
   LockPolicyInterface* policy = writer_.lockPolicy_;
   if (policy && !policy->IsLocked()) {
     taken_ = writer_.LockPrefs();
+    if (!taken_) {
+      writer_.saveFailure_ = SaveFailure{true, 0};
+    }
   }
 }
 
@@ -262,6 +266,7 @@ bool PrefsWriter::DeleteAllPrefs() {
     return false;
   }
   if (!platform::DeletePath(prefsPath_)) {
+    saveFailure_ = SaveFailure{false, errno};
     // As every program sharing the file does, a lock taken here stays held.
     lock.Keep();
     return false;
@@ -291,8 +296,10 @@ bool PrefsWriter::Save() {
   const bool written = platform::ResolveEntry(prefsPath_, /*follow_final_link=*/false, file) &&
                        platform::ReplaceFileContents(file.folder, file.name, bytes, 0666);
   if (!written) {
+    saveFailure_ = SaveFailure{false, errno};
     return false; // the lock taken here is released on the way out
   }
+  saveFailure_ = SaveFailure();
   RecordSavedDate();
   const bool released = lock.Release();
   return written && released;

@@ -92,6 +92,15 @@ public:
   // Writes the whole file; refused while the store is read-only.
   bool Save();
 
+  // Why the last change could not be saved: its lock could not be had, or
+  // writing the file failed with the system's `error` (errno); both clear
+  // after a save that succeeds.
+  struct SaveFailure {
+    bool lockNotHad = false;
+    int error = 0;
+  };
+  const SaveFailure& lastSaveFailure() const { return saveFailure_; }
+
   PrefsFileState fileState() const { return fileState_; }
   // Where a file that did not parse went, for kMovedAside.
   const std::string& movedAsideTo() const { return movedAsideTo_; }
@@ -161,6 +170,7 @@ private:
   KnownFile knownFile_;
   PrefsFileState fileState_ = PrefsFileState::kNotRead;
   std::string movedAsideTo_;
+  SaveFailure saveFailure_;
   ChildIndex rootIndex_;
 };
 

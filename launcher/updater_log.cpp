@@ -93,6 +93,9 @@ void InstallComponentLogHooks() {
 const char kUpdaterLogName[] = "UPDATER";
 const char kUpdaterLogBeginBanner[] = ">>> Nuvex Updater Log Begin >>>";
 const char kUpdaterLogEndBanner[] = "<<< Nuvex Updater Log End <<<";
+const char kPrefsLockRefusedLine[] =
+    "Oru Launcher : WARNING - the preferences lock could not be had, so this run logs to the "
+    "default file at level 2; the lock is that of ";
 
 int32_t UpdaterLogLibraryLevel(int level) {
   return level >= 1 && level <= 10 ? kLibraryLevels[level - 1] : 30;
@@ -107,32 +110,53 @@ std::string UpdaterDefaultLogFileIn(const std::string& folder) {
   return folder.empty() ? std::string() : platform::JoinPath(folder, "oruu.log");
 }
 
+namespace {
+
+// What the preferences say of the log: "LogFile" and "LogLevel" under the
+// preferences lock, defaults written back when missing. Without the lock,
+// `refused_lock` names it and nothing is read.
+void ReadLogSettings(std::string& path, int& level, std::string& refused_lock) {
+  try {
+    NuvexUpdaterPrefs& prefs = GetUpdaterPrefs(false);
+    if (!prefs.LockPrefs()) {
+      refused_lock = prefs.prefsPath();
+      return;
+    }
+    prefs.GetPref<std::string>("LogFile", path, std::string());
+    prefs.GetPref<int>("LogLevel", level, -1);
+    if (path.empty()) {
+      path = UpdaterDefaultLogFile();
+      prefs.SetPref<std::string>("LogFile", path);
+    }
+    if (level == -1) {
+      level = 2;
+      prefs.SetPref<int>("LogLevel", 2);
+    }
+    if (esd::LockPolicyInterface* lock = prefs.lockPolicy()) {
+      lock->Unlock(false);
+    }
+  } catch (...) {
+    // The values read so far stand; the preferences lock, if this process
+    // took it, stays with it, as every program sharing the preferences does.
+  }
+}
+
+} // namespace
+
 bool UpdaterLogStart() {
   // Before the preferences are read: what the store reports then waits for
   // the log to open.
   InstallComponentLogHooks();
   int level = 0;
   std::string path;
-  try {
-    NuvexUpdaterPrefs& prefs = GetUpdaterPrefs(false);
-    if (prefs.LockPrefs()) {
-      prefs.GetPref<std::string>("LogFile", path, std::string());
-      prefs.GetPref<int>("LogLevel", level, -1);
-      if (path.empty()) {
-        path = UpdaterDefaultLogFile();
-        prefs.SetPref<std::string>("LogFile", path);
-      }
-      if (level == -1) {
-        level = 2;
-        prefs.SetPref<int>("LogLevel", 2);
-      }
-      if (esd::LockPolicyInterface* lock = prefs.lockPolicy()) {
-        lock->Unlock(false);
-      }
-    }
-  } catch (...) {
-    // The values read so far stand; the preferences lock, if this process
-    // took it, stays with it, as every program sharing the preferences does.
+  std::string refused_lock;
+  ReadLogSettings(path, level, refused_lock);
+  // Other programs turn logging off when the preferences lock cannot be
+  // had. Everything the launcher does is to be in the updater's log, and a
+  // lock nobody lets go is just what support must read about: the run logs
+  // to the default file at level 2 and says which lock it could not take.
+  if (!refused_lock.empty()) {
+    level = 2;
   }
   if (level <= 0) {
     return true;
@@ -147,6 +171,9 @@ bool UpdaterLogStart() {
   UpdaterLogInt(2, "cmdline option: -logLevel", level);
   if (!choice.refusal.empty()) {
     UpdaterLogWrite(2, choice.refusal);
+  }
+  if (!refused_lock.empty()) {
+    UpdaterLogWrite(2, std::string(kPrefsLockRefusedLine) + refused_lock);
   }
   WriteEarlyStoreLines();
   return true;

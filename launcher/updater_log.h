@@ -15,6 +15,10 @@
 extern const char kUpdaterLogBeginBanner[]; // ">>> Nuvex Updater Log Begin >>>"
 extern const char kUpdaterLogEndBanner[];   // "<<< Nuvex Updater Log End <<<"
 
+// The line a run writes when the preferences lock could not be had, before
+// the preferences file's path.
+extern const char kPrefsLockRefusedLine[];
+
 // The name of the log target, which is also the second field of every
 // record the updater log writes ("UPDATER").
 extern const char kUpdaterLogName[];

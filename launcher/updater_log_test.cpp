@@ -3,6 +3,7 @@
 #include "launcher/log_file_rule.h"
 #include "launcher/updater_log.h"
 #include "launcher/user_local_path.h"
+#include "locks/resource_locker.h"
 #include "locks/updater_lock.h"
 #include "platform/folders.h"
 #include "platform/paths.h"
@@ -10,6 +11,7 @@
 #include "testing/namespaces.h"
 #include "testing/sandbox.h"
 
+#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
 
@@ -222,6 +224,38 @@ TEST_F(UpdaterLogTest, SyncWaitLinesOfALogOpenedWithUpdaterLogOpenAreDroppedAtLe
   // dropped because of the level, not because nothing wrote them.
   EXPECT_TRUE(Contains(at_three, kAcquiringLine));
   EXPECT_TRUE(Contains(at_three, kReleasingLine));
+}
+
+// Other programs turn logging off when the preferences lock cannot be had.
+// Held for ever by a program that keeps no record, the launcher's run still
+// logs, to the default file at level 2, and says which lock it was.
+TEST_F(UpdaterLogTest, APreferencesLockNobodyLetsGoStillLogsToTheDefaultWithAWarning) {
+  WritePrefs("<LogLevel>3</LogLevel><LogFile>" + sandbox_.Path("stored.log") + "</LogFile>");
+  const int status = RunInChild([&] {
+    if (!oru_testing::EnterPrivateIpcAndShm()) {
+      return 3; // the semaphore this leaves must touch nothing else
+    }
+    const std::string name =
+        esd::SystemSemaphoreName(esd::ResourceLocker::SemaphoreName(PrefsFile()));
+    if (sem_open(name.c_str(), O_CREAT | O_EXCL, 0700, 1) == SEM_FAILED) {
+      return 4;
+    }
+    UpdaterLogStart();
+    UpdaterLogWrite(3, "lock line");
+    UpdaterLogWrite(2, "launcher line");
+    UpdaterLogClose();
+    return 0;
+  });
+  if (status == 3) {
+    GTEST_SKIP() << "needs a private IPC and mount namespace (root)";
+  }
+  ASSERT_EQ(status, 0);
+  EXPECT_FALSE(platform::PathExists(sandbox_.Path("stored.log")));
+  const auto messages = Messages(DefaultLog());
+  EXPECT_TRUE(Contains(messages, std::string(kPrefsLockRefusedLine) + PrefsFile()));
+  EXPECT_TRUE(Contains(messages, "cmdline option: -logLevel = 2"));
+  EXPECT_TRUE(Contains(messages, "launcher line"));
+  EXPECT_FALSE(Contains(messages, "lock line"));
 }
 
 TEST_F(UpdaterLogTest, PathWithoutSlashOpensWithoutPlacementAndStillWritesTheBanner) {

@@ -6,6 +6,8 @@
 #include <chrono>
 #include <errno.h>
 #include <fcntl.h>
+#include <mutex>
+#include <set>
 #include <unistd.h>
 
 namespace esd {
@@ -18,6 +20,36 @@ void Log(int level, const std::string& message) {
   if (log_hook) {
     log_hook(level, message);
   }
+}
+
+// The semaphores whose last wait in this process ran out. A holder that
+// never lets go (one that keeps no record and died holding, say) would
+// otherwise cost every later lock of the process the whole bound again;
+// so the next lock of such a name tries once, and waits again only after
+// the lock has been taken since.
+class WaitedOutLocks {
+public:
+  bool Contains(const std::string& name) {
+    std::lock_guard<std::mutex> guard(mutex_);
+    return names_.count(name) != 0;
+  }
+  void Note(const std::string& name, bool waited_out) {
+    std::lock_guard<std::mutex> guard(mutex_);
+    if (waited_out) {
+      names_.insert(name);
+    } else {
+      names_.erase(name);
+    }
+  }
+
+private:
+  std::mutex mutex_;
+  std::set<std::string> names_;
+};
+
+WaitedOutLocks& WaitedOut() {
+  static WaitedOutLocks locks;
+  return locks;
 }
 
 } // namespace
@@ -93,22 +125,28 @@ bool ResourceLocker::ResourceLockerPlat::Lock() {
   // here has the same bound, about a second, but while another process
   // that keeps a record is at the lock, it looks again every millisecond:
   // the lock then passes on at once instead of lying idle for most of a
-  // pause.
+  // pause. A name whose last wait in this process ran out is tried once
+  // (see WaitedOutLocks).
+  const bool waits = !WaitedOut().Contains(semaphoreName_);
   const auto deadline =
       std::chrono::steady_clock::now() +
       std::chrono::microseconds(ResourceLocker::kLockAttempts * ResourceLocker::kPauseMicroseconds);
   for (;;) {
     const Attempt attempt = TryOnce();
     if (attempt == Attempt::kTaken) {
+      WaitedOut().Note(semaphoreName_, false);
       return true;
     }
-    if (std::chrono::steady_clock::now() >= deadline) {
+    if (!waits || std::chrono::steady_clock::now() >= deadline) {
       break;
     }
     usleep(attempt == Attempt::kRecordBusy ? kRecordPauseMicroseconds
                                            : ResourceLocker::kPauseMicroseconds);
   }
-  ReportGivingUp();
+  if (waits) {
+    WaitedOut().Note(semaphoreName_, true);
+    ReportGivingUp();
+  }
   return false;
 }
 

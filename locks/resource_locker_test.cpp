@@ -361,6 +361,34 @@ TEST_F(ResourceLockerTest, AHolderWithoutRecordIsTriedAtTheSemaphoreEveryTenMill
   ASSERT_EQ(sem_unlink(name.c_str()), 0);
 }
 
+// A holder that never lets go costs a process the bound once: the next
+// lock of that name, by any object, tries once; once the lock has been
+// taken again, a wait is a whole wait again.
+TEST_F(ResourceLockerTest, AWaitThatRanOutIsNotWaitedAgainUntilTheLockIsTaken) {
+  const std::string name = SystemSemaphoreName(ResourceLocker::SemaphoreName(resource_));
+  sem_t* foreign = sem_open(name.c_str(), O_CREAT | O_EXCL, 0700, 1);
+  ASSERT_NE(foreign, SEM_FAILED);
+  std::chrono::steady_clock::duration waited{};
+  ResourceLocker first(resource_, 0);
+  EXPECT_FALSE(CountedLock(first, waited));
+  EXPECT_FALSE(Calls().pauses.empty());
+  ResourceLocker second(resource_, 0);
+  EXPECT_FALSE(CountedLock(second, waited));
+  EXPECT_TRUE(Calls().pauses.empty());
+  EXPECT_EQ(Calls().exclusive_creates, 1);
+  ASSERT_EQ(sem_unlink(name.c_str()), 0);
+  EXPECT_TRUE(CountedLock(second, waited));
+  EXPECT_TRUE(second.Unlock(false));
+  sem_t* again = sem_open(name.c_str(), O_CREAT | O_EXCL, 0700, 1);
+  ASSERT_NE(again, SEM_FAILED);
+  EXPECT_FALSE(CountedLock(first, waited));
+  EXPECT_FALSE(Calls().pauses.empty());
+  EXPECT_GE(waited, kWaitBound);
+  sem_close(again);
+  sem_close(foreign);
+  ASSERT_EQ(sem_unlink(name.c_str()), 0);
+}
+
 TEST_F(ResourceLockerTest, LockIsExclusiveAcrossProcesses) {
   HelperProcess holder(resource_);
   ASSERT_EQ(holder.ReadLine(), "locked");

@@ -11,6 +11,7 @@
 #include "tools/oructl/oructl.h"
 
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
@@ -66,9 +67,27 @@ const char kUnlockUsage[] =
 
 using Slot = esd::UpdaterPrefSlot;
 
+// Why a change was not saved, as status tells it: who holds the lock, or
+// the system's error of the save. Nothing was changed either way.
+std::string WhyNotSaved(const NuvexUpdaterPrefs& prefs) {
+  const esd::PrefsWriter::SaveFailure& failure = prefs.lastSaveFailure();
+  const std::string& path = prefs.prefsPath();
+  if (failure.lockNotHad) {
+    const PrefsLockState lock = ReadPrefsLock(path);
+    return "the preferences lock of " + path + " could not be had: " +
+           (lock.present ? DescribePrefsLockHolder(lock) : "it was let go meanwhile; try again") +
+           " (see oructl status); nothing was changed";
+  }
+  if (failure.error != 0) {
+    return "the preferences file " + path +
+           " could not be written: " + std::strerror(failure.error) + "; it is left as it was";
+  }
+  return "the preferences file " + path + " cannot be written; it is left as it was";
+}
+
 // 0 stored; kError with a message for a value of the wrong type or a save
 // that failed.
-int StoreText(Slot& slot, const std::string& text) {
+int StoreText(const NuvexUpdaterPrefs& prefs, Slot& slot, const std::string& text) {
   // The whole text (a map's keys and values included) passes the same rule
   // the setters apply; saying so here names the cause, which a failed save
   // cannot.
@@ -83,9 +102,7 @@ int StoreText(Slot& slot, const std::string& text) {
     return Fail("'" + text + "' is not a valid " + slot.type() + " for " + slot.key());
   }
   if (!saved) {
-    return Fail(std::string("could not save ") + slot.key() +
-                ": the preferences lock could not be had or the file cannot be written "
-                "(see oructl status)");
+    return Fail(std::string("could not save ") + slot.key() + ": " + WhyNotSaved(prefs));
   }
   return kOk;
 }
@@ -302,16 +319,20 @@ int PrefsCommand(const Arguments& given) {
     return status;
   }
   if (all) {
-    return prefs->DeleteAllPrefs() ? kOk : Fail("could not delete " + prefs->prefsPath());
+    return prefs->DeleteAllPrefs()
+               ? kOk
+               : Fail("could not reset every preference: " + WhyNotSaved(*prefs));
   }
   Slot* slot = FindSlot(*prefs, arguments[1]);
   if (!slot) {
     return Fail("unknown preference key '" + arguments[1] + "' (see oructl prefs keys)");
   }
   if (action == "set") {
-    return StoreText(*slot, arguments[2]);
+    return StoreText(*prefs, *slot, arguments[2]);
   }
-  return slot->Reset() ? kOk : Fail(std::string("could not reset ") + slot->key());
+  return slot->Reset()
+             ? kOk
+             : Fail(std::string("could not reset ") + slot->key() + ": " + WhyNotSaved(*prefs));
 }
 
 int UnlockPrefsCommand(const Arguments& given) {
