@@ -25,12 +25,21 @@ using oru_testing::Sandbox;
 
 constexpr char kLogName[] = "faults.log";
 constexpr int kRecords = 4;
+constexpr size_t kPadBytes = 40;
 
 // A whole line as the library writes it, `bytes` long with its newline.
 std::string FillerLine(size_t bytes) {
   std::string line = "01/02/26 03:04:05:006 | [INFO] | filler | helper |  |  |  |  | 1 | ";
   line.append(bytes - line.size() - 1, 'f');
   return line + "\n";
+}
+
+// Whether `key` names a record of a writer here: "<id> r<index>".
+bool IsRecordKey(const std::string& key) {
+  const size_t blank = key.find(" r");
+  return blank != std::string::npos && blank > 0 && key.size() > blank + 2 &&
+         key.find_first_not_of("0123456789", blank + 2) == std::string::npos &&
+         key.find(' ') == blank;
 }
 
 // The files of the log, its copies (oldest first) and then the live one.
@@ -70,7 +79,8 @@ protected:
   // written go into `written_`.
   void WriteRecords(const std::string& id, int count) {
     oru_testing::ChildProgram writer = oru_testing::StartProgram(
-        ORU_LOG_WRITER_HELPER, {"records", folder_, kLogName, id, std::to_string(count), "40"});
+        ORU_LOG_WRITER_HELPER,
+        {"records", folder_, kLogName, id, std::to_string(count), std::to_string(kPadBytes)});
     std::istringstream reported(oru_testing::ReadAll(writer));
     EXPECT_EQ(oru_testing::FinishProgram(writer), 0);
     std::string word;
@@ -90,7 +100,14 @@ protected:
         ASSERT_TRUE(ParseLine(line, kLineSeparator, parsed))
             << context << ": a line cut off or glued in " << file << ":\n"
             << line.substr(0, 200);
-        ++seen[parsed.message.substr(0, parsed.message.find(' ', parsed.message.find(' ') + 1))];
+        const std::string key =
+            parsed.message.substr(0, parsed.message.find(' ', parsed.message.find(' ') + 1));
+        if (IsRecordKey(key)) {
+          // A record of a writer here: whole, its padding included.
+          EXPECT_EQ(parsed.message.size(), key.size() + 1 + kPadBytes)
+              << context << ": a record cut short in " << file << ": " << parsed.message;
+        }
+        ++seen[key];
       }
     }
     for (const std::string& record : written_) {

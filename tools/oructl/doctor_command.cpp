@@ -1,18 +1,25 @@
 // oructl doctor: the known causes of a failed hand-over, each checked and,
 // when found, printed with its fix.
 #include "esd/expat_dom_builder.h"
+#include "esd/prefs_snapshot.h"
 #include "launcher/handover.h"
+#include "launcher/updater_log.h"
 #include "launcher/zelto.h"
+#include "locks/resource_locker.h"
 #include "locks/updater_lock.h"
+#include "oobe/log_rotation.h"
 #include "platform/paths.h"
 #include "tools/common/json_output.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <string>
 #include <sys/sem.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 #include <vector>
 
@@ -28,7 +35,10 @@ const char kUsage[] = "Usage: oructl doctor [--json]\n"
                       "  - the preferences folder and file: present, writable, parsing\n"
                       "  - the log file's folder and file: writable\n"
                       "  - Zelto: present and executable\n"
-                      "  - a stale preferences lock, or a post nobody took\n"
+                      "  - free space for a preferences save and for setting the log aside\n"
+                      "  - a preferences lock that blocks every change (left by a process that\n"
+                      "    died, or held past the writers' wait by a program that keeps no\n"
+                      "    holder record), or a post nobody took\n"
                       "\n"
                       "Exit status: 0 healthy; 1 faults found; 2 error.\n";
 
@@ -124,12 +134,88 @@ Check Zelto() {
   return {"Zelto", true, path + " present and executable", ""};
 }
 
+// The disk that holds `path`, or the nearest level of it that is there:
+// its device and the bytes free to a writer that is not root.
+bool DiskOf(const std::string& path, dev_t& device, uint64_t& free_bytes) {
+  std::string level = path;
+  while (!platform::PathExists(level) && level != platform::DirName(level)) {
+    level = platform::DirName(level);
+  }
+  struct stat info;
+  struct statvfs disk;
+  if (stat(level.c_str(), &info) != 0 || statvfs(level.c_str(), &disk) != 0) {
+    return false;
+  }
+  device = info.st_dev;
+  free_bytes = static_cast<uint64_t>(disk.f_bavail) * disk.f_frsize;
+  return true;
+}
+
+uint64_t SizeOf(const std::string& path) {
+  struct stat info;
+  return stat(path.c_str(), &info) == 0 ? static_cast<uint64_t>(info.st_size) : 0;
+}
+
+// Room for what the updater writes next: a preferences save writes the
+// whole file beside the old one, and setting the log aside copies it at its
+// size limit. Where both live on one disk, they need the sum.
+Check FreeSpace(const std::string& prefs_path, const std::string& log_path) {
+  constexpr uint64_t kSaveMargin = 64 * 1024;
+  std::string level_text;
+  (void)esd::ReadStoredText(prefs_path, "Preferences", "LogLevel", level_text);
+  const int level = level_text.empty() ? 2 : std::atoi(level_text.c_str());
+  const uint64_t save_needs = SizeOf(prefs_path) + kSaveMargin;
+  const uint64_t rotation_needs = oobe::RotationSizeLimit(UpdaterLogLibraryLevel(level));
+  dev_t prefs_disk = 0, log_disk = 0;
+  uint64_t prefs_free = 0, log_free = 0;
+  const bool prefs_known = !prefs_path.empty() && DiskOf(prefs_path, prefs_disk, prefs_free);
+  const bool log_known = !log_path.empty() && DiskOf(log_path, log_disk, log_free);
+  const bool shared = prefs_known && log_known && prefs_disk == log_disk;
+  std::string short_of;
+  if (prefs_known && prefs_free < save_needs + (shared ? rotation_needs : 0)) {
+    short_of = std::to_string(prefs_free) +
+               " bytes free where the preferences live; a save needs " +
+               std::to_string(save_needs) +
+               (shared ? " and setting the log aside " + std::to_string(rotation_needs) : "");
+  } else if (log_known && !shared && log_free < rotation_needs) {
+    short_of = std::to_string(log_free) +
+               " bytes free where the log lives; setting it aside needs " +
+               std::to_string(rotation_needs);
+  }
+  if (!short_of.empty()) {
+    return {"disk space", false, short_of,
+            "free space on that disk: meanwhile changes to the preferences fail (the file stays "
+            "as it was) and the log is not set aside (records that do not fit are not written)"};
+  }
+  return {"disk space", true, "room for a preferences save and for setting the log aside", ""};
+}
+
+// A lock held by a program that keeps no record is judged only by time:
+// every writer waits a second for it, so one held longer blocks them all.
+bool RecordlessLockBlocksWrites(const std::string& prefs_path) {
+  const auto held_without_record = [&] {
+    const PrefsLockState lock = ReadPrefsLock(prefs_path);
+    return lock.present && lock.holder.record == esd::HolderView::Record::kNone;
+  };
+  if (!held_without_record()) {
+    return false;
+  }
+  usleep(esd::ResourceLocker::kLockAttempts * esd::ResourceLocker::kPauseMicroseconds);
+  return held_without_record();
+}
+
 Check StaleLocks(const std::string& prefs_path) {
   const PrefsLockState prefs = prefs_path.empty() ? PrefsLockState() : ReadPrefsLock(prefs_path);
   if (prefs.stale) {
     return {"locks", false, "the preferences lock was " + DescribePrefsLockHolder(prefs),
             "none needed: the next process of the updater removes it (or: oructl unlock-prefs "
             "--force)"};
+  }
+  if (!prefs_path.empty() && RecordlessLockBlocksWrites(prefs_path)) {
+    return {"locks", false,
+            "the preferences lock has been held for longer than writers wait by a program that "
+            "keeps no holder record: every change to the preferences fails while it is held",
+            "if no program of the updater is running, oructl unlock-prefs --force frees it"};
   }
   const SetState post = ReadSet(UpdaterLockWaitKey(kSyncOruLauncherWaitKey));
   if (post.exists && post.value > 0 && post.waiters == 0 && !ProcessAlive(post.last_process)) {
@@ -152,8 +238,10 @@ int DoctorCommand(const Arguments& given) {
   }
   const bool json = line.Has("json");
   const std::string prefs_path = UpdaterPrefsPath();
-  const std::vector<Check> checks = {SemaphoreRoom(), PrefsFile(prefs_path),
-                                     LogFile(UpdaterLogPath()), Zelto(), StaleLocks(prefs_path)};
+  const std::string log_path = UpdaterLogPath();
+  const std::vector<Check> checks = {
+      SemaphoreRoom(), PrefsFile(prefs_path),           LogFile(log_path),
+      Zelto(),         FreeSpace(prefs_path, log_path), StaleLocks(prefs_path)};
   bool healthy = true;
   oru_tools::Json listed = oru_tools::Json::array();
   std::string out;

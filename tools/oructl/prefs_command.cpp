@@ -67,16 +67,22 @@ const char kUnlockUsage[] =
 
 using Slot = esd::UpdaterPrefSlot;
 
-// Why a change was not saved, as status tells it: who holds the lock, or
-// the system's error of the save. Nothing was changed either way.
+// The preferences lock of `path` could not be had: who holds it, as status
+// tells it.
+std::string LockNotHad(const std::string& path) {
+  const PrefsLockState lock = ReadPrefsLock(path);
+  return "the preferences lock of " + path + " could not be had: " +
+         (lock.present ? DescribePrefsLockHolder(lock) : "it was let go meanwhile; try again") +
+         " (see oructl status)";
+}
+
+// Why a change was not saved: who holds the lock, or the system's error of
+// the save. Nothing was changed either way.
 std::string WhyNotSaved(const NuvexUpdaterPrefs& prefs) {
   const esd::PrefsWriter::SaveFailure& failure = prefs.lastSaveFailure();
   const std::string& path = prefs.prefsPath();
   if (failure.lockNotHad) {
-    const PrefsLockState lock = ReadPrefsLock(path);
-    return "the preferences lock of " + path + " could not be had: " +
-           (lock.present ? DescribePrefsLockHolder(lock) : "it was let go meanwhile; try again") +
-           " (see oructl status); nothing was changed";
+    return LockNotHad(path) + "; nothing was changed";
   }
   if (failure.error != 0) {
     return "the preferences file " + path +
@@ -127,8 +133,7 @@ NuvexUpdaterPrefs* OpenPrefs(int& status) {
                  path.c_str(), prefs.movedAsideTo().c_str());
     return &prefs;
   case esd::PrefsFileState::kNotRead:
-    status = Fail("the preferences lock of " + path +
-                  " could not be had (see oructl status); nothing was read or changed");
+    status = Fail(LockNotHad(path) + "; nothing was read or changed");
     return nullptr;
   case esd::PrefsFileState::kUnreadable:
     status = Fail("the preferences file " + path + " cannot be read; it is left as it is");
