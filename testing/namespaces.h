@@ -18,8 +18,9 @@ bool EnterPrivateIpcNamespace();
 bool EnterPrivateIpcAndShm();
 
 // In a private mount namespace (EnterPrivateIpcAndShm first): an empty,
-// private /var/tmp. Anything the test runs from under /var/tmp is hidden
-// afterwards.
+// private /var/tmp, in which the entries that hold this test program or its
+// working folder (a checkout cloned under /var/tmp) are bound back, so that
+// the programs under test stay reachable wherever the build is.
 bool MountPrivateVarTmp();
 
 // In a private mount namespace (EnterPrivateIpcAndShm first): a console
