@@ -8,6 +8,7 @@
 #include "testing/child_process.h"
 #include "testing/fault_injection.h"
 #include "testing/log_test_support.h"
+#include "testing/namespaces.h"
 #include "testing/sandbox.h"
 
 #include <algorithm>
@@ -22,6 +23,14 @@ namespace oobe {
 namespace {
 
 using oru_testing::Sandbox;
+
+// A log's lock is a System V set keyed by ftok, which keeps 16 bits of the
+// file's inode: in the machine's IPC namespace, a log of another test or of
+// another build's suite running beside this one can share its set, and a
+// held lock there would change what these tests count. With root they get
+// an IPC namespace of their own (their helpers inherit it); without, they
+// run as they are.
+[[maybe_unused]] const bool kPrivateIpc = oru_testing::EnterPrivateIpcNamespace();
 
 constexpr char kLogName[] = "faults.log";
 constexpr int kRecords = 4;

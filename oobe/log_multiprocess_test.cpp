@@ -2,6 +2,7 @@
 #include "oobe/file_lock.h"
 #include "testing/child_process.h"
 #include "testing/log_test_support.h"
+#include "testing/namespaces.h"
 #include "testing/sandbox.h"
 
 #include <algorithm>
@@ -28,6 +29,14 @@ using oobe::testing::LinesOf;
 using oobe::testing::MessageOf;
 
 using Helper = oru_testing::ChildProgram;
+
+// A log's lock is a System V set keyed by ftok, which keeps 16 bits of the
+// file's inode: in the machine's IPC namespace, a log of another test or of
+// another build's suite running beside this one can share its set, and a
+// held lock there would change what these tests count. With root they get
+// an IPC namespace of their own (their helpers inherit it); without, they
+// run as they are.
+[[maybe_unused]] const bool kPrivateIpc = oru_testing::EnterPrivateIpcNamespace();
 
 // Starts log_writer_helper with `arguments`; its standard input is the read
 // end of `gate`, and it keeps no copy of the write end, so that closing
