@@ -86,10 +86,11 @@ protected:
 
   // Runs a writer of `count` records tagged `id`; the records it reported
   // written go into `written_`.
-  void WriteRecords(const std::string& id, int count) {
+  void WriteRecords(const std::string& id, int count, int errors = -1) {
     oru_testing::ChildProgram writer = oru_testing::StartProgram(
         ORU_LOG_WRITER_HELPER,
-        {"records", folder_, kLogName, id, std::to_string(count), std::to_string(kPadBytes)});
+        {"records", folder_, kLogName, id, std::to_string(count), std::to_string(kPadBytes)}, -1,
+        -1, errors);
     std::istringstream reported(oru_testing::ReadAll(writer));
     EXPECT_EQ(oru_testing::FinishProgram(writer), 0);
     std::string word;
@@ -162,6 +163,54 @@ TEST_F(LogFaultsTest, EveryFailedCallLeavesWholeRecordsAndTheNextWriterStartsCle
     }
   }
   EXPECT_GT(runs, 20);
+}
+
+// Records that could not be written are said once per process, naming the
+// log and the system's error, however many of them there were.
+TEST_F(LogFaultsTest, RecordsNotWrittenAreSaidOncePerProcessWithTheCause) {
+  ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
+  const oru_testing::ErrorCapture errors;
+  {
+    const oru_testing::ScopedFaults faults(ORU_FAULT_INJECTION, folder_, "write:2:EIO");
+    WriteRecords("faulty", kRecords, errors.fd());
+  }
+  EXPECT_EQ(written_, (std::set<std::string>{"faulty r0"}));
+  EXPECT_EQ(errors.LinesContaining("oobe: a record could not be written to the log " + folder_ +
+                                   "/" + kLogName + ": Input/output error"),
+            1)
+      << errors.Text();
+  EXPECT_EQ(errors.LinesContaining("oobe:"), 1) << errors.Text();
+}
+
+// A log due for rotation whose copy cannot be made is kept whole: the
+// failure is said once on standard error and once, as a WARN record, in
+// the live log, and the records go on.
+TEST_F(LogFaultsTest, ARotationThatCannotBeMadeIsSaidOnceAndLeavesOneWarnRecord) {
+  ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
+  PrepareDueLog();
+  const oru_testing::ErrorCapture errors;
+  {
+    const oru_testing::ScopedFaults faults(ORU_FAULT_INJECTION, folder_,
+                                           "copy_file_range:1:ENOSPC");
+    WriteRecords("faulty", kRecords, errors.fd());
+  }
+  EXPECT_EQ(written_.size(), static_cast<size_t>(kRecords));
+  EXPECT_EQ(LogFiles(folder_).size(), 1u) << "no copy";
+  EXPECT_EQ(errors.LinesContaining("oobe: could not set aside the log " + folder_ + "/" + kLogName +
+                                   ": No space left on device"),
+            1)
+      << errors.Text();
+  int warnings = 0;
+  for (const std::string& line : testing::LinesOf(folder_ + "/" + kLogName)) {
+    ParsedLine parsed;
+    if (ParseLine(line, kLineSeparator, parsed) && parsed.level_name == "WARN") {
+      ++warnings;
+      EXPECT_EQ(parsed.message, "The log could not be set aside (No space left on device); it is "
+                                "kept whole and set aside at a later check");
+    }
+  }
+  EXPECT_EQ(warnings, 1);
+  ExpectWholeRecordsOnly("rotation failed");
 }
 
 // A record cut short whose bytes cannot be given back either: the line
