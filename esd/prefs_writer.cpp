@@ -293,13 +293,21 @@ bool PrefsWriter::Save() {
     bytes = text.str();
   }
   platform::EntryRef file;
-  const bool written = platform::ResolveEntry(prefsPath_, /*follow_final_link=*/false, file) &&
-                       platform::ReplaceFileContents(file.folder, file.name, bytes, 0666);
+  // What a save that died left beside the file is looked for at the first
+  // save of each path: it is rare, and a look through the folder at every
+  // save would cost more than the save's own writes.
+  const platform::DeadSaves dead_saves = deadSavesLookedFor_ == prefsPath_
+                                             ? platform::DeadSaves::kLeave
+                                             : platform::DeadSaves::kRemove;
+  const bool written =
+      platform::ResolveEntry(prefsPath_, /*follow_final_link=*/false, file) &&
+      platform::ReplaceFileContents(file.folder, file.name, bytes, 0666, dead_saves);
   if (!written) {
     saveFailure_ = SaveFailure{false, errno};
     return false; // the lock taken here is released on the way out
   }
   saveFailure_ = SaveFailure();
+  deadSavesLookedFor_ = prefsPath_;
   RecordSavedDate();
   const bool released = lock.Release();
   return written && released;

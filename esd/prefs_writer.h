@@ -171,6 +171,8 @@ private:
   PrefsFileState fileState_ = PrefsFileState::kNotRead;
   std::string movedAsideTo_;
   SaveFailure saveFailure_;
+  // The path whose dead saves' temporaries this writer has looked for.
+  std::string deadSavesLookedFor_;
   ChildIndex rootIndex_;
 };
 

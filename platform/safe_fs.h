@@ -155,10 +155,14 @@ bool ListFolder(const FolderHandle& folder, std::vector<std::string>& names);
 // link or FIFO there too, never what it points to) and the folder flushed.
 // A new file gets `mode`, less the umask. Each call has a temporary of its
 // own, ".<name>.saving-<pid>-<n>", so saves that nothing serialises never
-// take each other's; temporaries beside it whose process is gone (left by a
-// save that died) are removed first, and those of live processes stay.
+// take each other's. With `dead_saves` kRemove, temporaries beside it whose
+// process is gone (left by a save that died) are removed first, and those
+// of live processes stay; that costs a look through the folder, which a
+// caller saving the same file again and again needs only once.
+enum class DeadSaves { kRemove, kLeave };
 bool ReplaceFileContents(const FolderHandle& folder, const std::string& name,
-                         const std::string& bytes, mode_t mode);
+                         const std::string& bytes, mode_t mode,
+                         DeadSaves dead_saves = DeadSaves::kRemove);
 
 // Reads the whole file, or fails when it holds more than `limit` bytes.
 bool ReadAll(int fd, std::string& out, size_t limit);

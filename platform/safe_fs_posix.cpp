@@ -667,14 +667,16 @@ void RemoveTemporariesOfDeadSaves(const FolderHandle& folder, const std::string&
 } // namespace
 
 bool ReplaceFileContents(const FolderHandle& folder, const std::string& name,
-                         const std::string& bytes, mode_t mode) {
+                         const std::string& bytes, mode_t mode, DeadSaves dead_saves) {
   if (!IsSingleComponent(name)) {
     return Fail(EINVAL);
   }
   const std::string temporary = NewSaveTemporary(name);
   struct stat replaced;
   const bool replaces = StatEntry(folder, name, replaced) && S_ISREG(replaced.st_mode);
-  RemoveTemporariesOfDeadSaves(folder, name);
+  if (dead_saves == DeadSaves::kRemove) {
+    RemoveTemporariesOfDeadSaves(folder, name);
+  }
   OpenOptions fresh;
   fresh.access = FileAccess::kWrite;
   fresh.create = true;
