@@ -17,32 +17,37 @@
 #include <memory>
 #include <string>
 
-class ESDifstream : private boost::noncopyable {
+namespace esd {
+
+// The one shape of both streams: `Stream` opened in `kDirection` as well as
+// the given open mode.
+template <typename Stream, std::ios::openmode kDirection>
+class FileStreamWrapper : private boost::noncopyable {
 public:
-  ESDifstream(const std::string& path, const char* mode, std::ios::openmode open_mode);
-  virtual ~ESDifstream();
+  FileStreamWrapper(const std::string& path, const char* /*mode*/, std::ios::openmode open_mode)
+      : stream_(std::make_unique<Stream>(path, open_mode | kDirection)) {}
+  // Deleting the stream flushes (an output stream) and closes it.
+  virtual ~FileStreamWrapper() = default;
 
   // The owned stream; valid for the wrapper's lifetime.
-  std::ifstream* stream() const { return stream_.get(); }
+  Stream* stream() const { return stream_.get(); }
   bool is_open() const { return stream_->is_open(); }
-  void close();
+  void close() { stream_->close(); }
 
 private:
-  std::unique_ptr<std::ifstream> stream_;
+  std::unique_ptr<Stream> stream_;
 };
 
-class ESDofstream : private boost::noncopyable {
+} // namespace esd
+
+class ESDifstream : public esd::FileStreamWrapper<std::ifstream, std::ios::in> {
 public:
-  ESDofstream(const std::string& path, const char* mode, std::ios::openmode open_mode);
-  virtual ~ESDofstream();
+  using FileStreamWrapper::FileStreamWrapper;
+};
 
-  // The owned stream; valid for the wrapper's lifetime.
-  std::ofstream* stream() const { return stream_.get(); }
-  bool is_open() const { return stream_->is_open(); }
-  void close();
-
-private:
-  std::unique_ptr<std::ofstream> stream_;
+class ESDofstream : public esd::FileStreamWrapper<std::ofstream, std::ios::out> {
+public:
+  using FileStreamWrapper::FileStreamWrapper;
 };
 
 #endif // ORU_ESD_ESD_STREAMS_H

@@ -191,10 +191,6 @@ ssize_t pwrite(int fd, const void* data, size_t count, off_t offset) {
   return REAL("pwrite", Real)(fd, data, count, offset);
 }
 
-ssize_t pwrite64(int fd, const void* data, size_t count, off_t offset) {
-  return pwrite(fd, data, count, offset);
-}
-
 int fsync(int fd) {
   typedef int (*Real)(int);
   if (FdBelow(fd) && Fails(kFsync)) {
@@ -209,10 +205,6 @@ int ftruncate(int fd, off_t length) {
     return -1;
   }
   return REAL("ftruncate", Real)(fd, length);
-}
-
-int ftruncate64(int fd, off_t length) {
-  return ftruncate(fd, length);
 }
 
 ssize_t copy_file_range(int in, off_t* in_offset, int out, off_t* out_offset, size_t count,
@@ -264,14 +256,6 @@ int openat(int dirfd, const char* name, int flags, ...) {
   return REAL("openat", Real)(dirfd, name, flags, mode);
 }
 
-int openat64(int dirfd, const char* name, int flags, ...) {
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = ModeOf(flags, arguments);
-  va_end(arguments);
-  return openat(dirfd, name, flags, mode);
-}
-
 int open(const char* name, int flags, ...) {
   va_list arguments;
   va_start(arguments, flags);
@@ -280,10 +264,9 @@ int open(const char* name, int flags, ...) {
   return openat(AT_FDCWD, name, flags, mode);
 }
 
-int open64(const char* name, int flags, ...) {
-  va_list arguments;
-  va_start(arguments, flags);
-  const mode_t mode = ModeOf(flags, arguments);
-  va_end(arguments);
-  return openat(AT_FDCWD, name, flags, mode);
-}
+// The 64-bit names are the same calls on this system.
+int open64(const char* name, int flags, ...) __attribute__((alias("open")));
+int openat64(int dirfd, const char* name, int flags, ...) __attribute__((alias("openat")));
+ssize_t pwrite64(int fd, const void* data, size_t count, off_t offset)
+    __attribute__((alias("pwrite")));
+int ftruncate64(int fd, off_t length) __attribute__((alias("ftruncate")));
