@@ -22,11 +22,12 @@ void Log(int level, const std::string& message) {
   }
 }
 
-// The semaphores whose last wait in this process ran out. A holder that
-// never lets go (one that keeps no record and died holding, say) would
-// otherwise cost every later lock of the process the whole bound again;
-// so the next lock of such a name tries once, and waits again only after
-// the lock has been taken since.
+// The semaphores whose last wait in this process ran out on a holder that
+// keeps no record. One that never lets go (it died holding, say) would
+// otherwise cost every later lock of the process the whole bound again; so
+// the next lock of such a name tries once while that holder is there, and
+// waits again once the lock has been taken since or a holder that keeps a
+// record is at it.
 class WaitedOutLocks {
 public:
   bool Contains(const std::string& name) {
@@ -127,24 +128,30 @@ bool ResourceLocker::ResourceLockerPlat::Lock() {
   // the lock then passes on at once instead of lying idle for most of a
   // pause. A name whose last wait in this process ran out is tried once
   // (see WaitedOutLocks).
-  const bool waits = !WaitedOut().Contains(semaphoreName_);
+  const bool waited_out_before = WaitedOut().Contains(semaphoreName_);
   const auto deadline =
       std::chrono::steady_clock::now() +
       std::chrono::microseconds(ResourceLocker::kLockAttempts * ResourceLocker::kPauseMicroseconds);
+  Attempt attempt = Attempt::kSemaphoreBusy;
   for (;;) {
-    const Attempt attempt = TryOnce();
+    attempt = TryOnce();
     if (attempt == Attempt::kTaken) {
       WaitedOut().Note(semaphoreName_, false);
       return true;
     }
-    if (!waits || std::chrono::steady_clock::now() >= deadline) {
+    // Still held by a holder that keeps no record: tried once.
+    if ((waited_out_before && attempt == Attempt::kSemaphoreBusy) ||
+        std::chrono::steady_clock::now() >= deadline) {
       break;
     }
     usleep(attempt == Attempt::kRecordBusy ? kRecordPauseMicroseconds
                                            : ResourceLocker::kPauseMicroseconds);
   }
-  if (waits) {
-    WaitedOut().Note(semaphoreName_, true);
+  // A holder that keeps a record is alive and lets go in its time: only a
+  // whole wait that ran out on one without a record counts.
+  const bool waited_out = attempt == Attempt::kSemaphoreBusy;
+  if (!waited_out_before || !waited_out) {
+    WaitedOut().Note(semaphoreName_, waited_out);
     ReportGivingUp();
   }
   return false;

@@ -389,6 +389,20 @@ TEST_F(ResourceLockerTest, AWaitThatRanOutIsNotWaitedAgainUntilTheLockIsTaken) {
   ASSERT_EQ(sem_unlink(name.c_str()), 0);
 }
 
+// A live holder that keeps a record lets go in its time: a wait that ran
+// out on it is waited again in full next time.
+TEST_F(ResourceLockerTest, AWaitThatRanOutOnALiveRecordedHolderIsWaitedAgain) {
+  HelperProcess holder(resource_);
+  ASSERT_EQ(holder.ReadLine(), "locked");
+  ResourceLocker locker(resource_, 0);
+  std::chrono::steady_clock::duration waited{};
+  EXPECT_FALSE(CountedLock(locker, waited));
+  EXPECT_FALSE(CountedLock(locker, waited));
+  EXPECT_FALSE(Calls().pauses.empty());
+  EXPECT_GE(waited, kWaitBound);
+  EXPECT_EQ(holder.Release(), 0);
+}
+
 TEST_F(ResourceLockerTest, LockIsExclusiveAcrossProcesses) {
   HelperProcess holder(resource_);
   ASSERT_EQ(holder.ReadLine(), "locked");
