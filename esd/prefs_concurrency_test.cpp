@@ -5,6 +5,7 @@
 #include "esd/typed_prefs.h"
 #include "locks/resource_locker.h"
 #include "testing/child_process.h"
+#include "testing/fault_injection.h"
 #include "testing/sandbox.h"
 
 #include <cstdio>
@@ -25,9 +26,18 @@ constexpr int kKeysEach = 200;
 constexpr int kMapWriters = 4;
 constexpr int kEntriesEach = 50;
 
+// Each save ends in an fsync. On a disk that another build writes to at the
+// same time, one fsync can wait seconds for the writeback of that build's
+// files, longer than any writer waits for the lock; these tests are about
+// the lock and the saves' atomicity, so their files live on a disk in memory
+// where root can mount one.
+constexpr size_t kStressDiskBytes = 256 * 1024 * 1024;
+
 TEST(PrefsConcurrencyTest, NoUpdateIsLostWhenEightProcessesWriteAtOnce) {
   oru_testing::Sandbox sandbox;
-  const std::string path = sandbox.Path("NuvexUpdaterPrefs.dat");
+  const oru_testing::MemoryDisk disk(sandbox.Path("disk"), kStressDiskBytes);
+  ASSERT_TRUE(disk.mounted() || geteuid() != 0);
+  const std::string path = sandbox.Path("disk/NuvexUpdaterPrefs.dat");
   int gate[2];
   ASSERT_EQ(pipe(gate), 0);
 
@@ -94,7 +104,9 @@ TEST(PrefsConcurrencyTest, ASaveKilledAtAnyMomentLeavesTheFileWholeWithEverySave
   constexpr int kRounds = 60;
   constexpr int kKeysEach = 200;
   oru_testing::Sandbox sandbox;
-  const std::string path = sandbox.Path("NuvexUpdaterPrefs.dat");
+  const oru_testing::MemoryDisk disk(sandbox.Path("disk"), kStressDiskBytes);
+  ASSERT_TRUE(disk.mounted() || geteuid() != 0);
+  const std::string path = sandbox.Path("disk/NuvexUpdaterPrefs.dat");
   std::mt19937 random(4242);
   int kills = 0;
   for (int round = 0; round < kRounds; ++round) {
@@ -159,6 +171,8 @@ TEST(PrefsConcurrencyTest, NoUpdateIsLostWhenEachOfThemIsItsOwnProcessEightAtATi
   constexpr int kLanes = 8;
   constexpr int kUpdatesEach = 500;
   oru_testing::Sandbox sandbox;
+  const oru_testing::MemoryDisk disk(sandbox.data_home(), kStressDiskBytes);
+  ASSERT_TRUE(disk.mounted() || geteuid() != 0);
   const auto counter_of = [](int lane) { return "count" + std::to_string(lane); };
   const int failed =
       oru_testing::RunInLanes(ORU_PREFS_HELPER, kLanes, kUpdatesEach, [&](int lane, int) {
@@ -183,7 +197,9 @@ TEST(PrefsConcurrencyTest, ALiveLockIsNeverCalledStaleUnderEightWriters) {
   constexpr int kWriters = 8;
   constexpr int kSamples = 1500;
   oru_testing::Sandbox sandbox;
-  const std::string path = sandbox.Path("NuvexUpdaterPrefs.dat");
+  const oru_testing::MemoryDisk disk(sandbox.Path("disk"), kStressDiskBytes);
+  ASSERT_TRUE(disk.mounted() || geteuid() != 0);
+  const std::string path = sandbox.Path("disk/NuvexUpdaterPrefs.dat");
   int gate[2];
   ASSERT_EQ(pipe(gate), 0);
   std::vector<oru_testing::ChildProgram> writers;

@@ -242,7 +242,7 @@ TEST_F(LogFaultsTest, ADiskFullToItsLastByteCutsNoRecordAndFreedSpaceIsUsedAgain
     GTEST_SKIP() << "needs root: mounts a small disk";
   }
   ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
-  oru_testing::SmallDisk disk(folder_, 64 * 1024);
+  oru_testing::MemoryDisk disk(folder_, 64 * 1024);
   ASSERT_TRUE(disk.mounted());
   WriteRecords("before", kRecords);
   ASSERT_TRUE(disk.Fill());

@@ -32,15 +32,17 @@ std::map<std::string, long> ReadFaultCounts(const std::string& counts_file);
 // disk, and for writes also a write of half the bytes before one fails.
 std::vector<std::string> FaultKindsOf(const std::string& function);
 
-// A file system of a few pages mounted at `folder` in a mount namespace of
-// this process's own (as root), unmounted again when it goes. Only this
-// process and the programs it starts see it.
-class SmallDisk {
+// A file system in memory of `bytes` mounted at `folder` (made if missing)
+// in a mount namespace of this process's own (as root), unmounted again
+// when it goes. Only this process and the programs it starts see it. A few
+// pages make a disk that fills up; a larger one keeps a test's flushes off
+// the machine's disk, where another build's writeback can stall them.
+class MemoryDisk {
 public:
-  SmallDisk(const std::string& folder, size_t bytes);
-  ~SmallDisk();
-  SmallDisk(const SmallDisk&) = delete;
-  SmallDisk& operator=(const SmallDisk&) = delete;
+  MemoryDisk(const std::string& folder, size_t bytes);
+  ~MemoryDisk();
+  MemoryDisk(const MemoryDisk&) = delete;
+  MemoryDisk& operator=(const MemoryDisk&) = delete;
 
   // False without the privilege to mount.
   bool mounted() const { return mounted_; }

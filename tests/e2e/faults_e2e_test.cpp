@@ -30,9 +30,9 @@ protected:
 
   // A disk of a few pages under the user's data folder, where the updater
   // folder is made.
-  std::unique_ptr<oru_testing::SmallDisk> MountSmallDisk() {
+  std::unique_ptr<oru_testing::MemoryDisk> MountMemoryDisk() {
     EXPECT_EQ(system(("mkdir -p '" + sandbox_->data_home() + "'").c_str()), 0);
-    return std::make_unique<oru_testing::SmallDisk>(sandbox_->data_home(), 256 * 1024);
+    return std::make_unique<oru_testing::MemoryDisk>(sandbox_->data_home(), 256 * 1024);
   }
 
   // One hand-over while this test plays the installer; Zelto must start.
@@ -140,7 +140,7 @@ protected:
 // written is there once, each one said not written is absent, and no line
 // is cut off or glued.
 TEST_F(FaultsTest, LogWriteUntilTheDiskIsFullAndPastItLosesNoRecordItReportedWritten) {
-  const auto disk = MountSmallDisk();
+  const auto disk = MountMemoryDisk();
   ASSERT_TRUE(disk->mounted());
   const std::string log = sandbox_->data_home() + "/records.log";
   std::set<std::string> written, refused;
@@ -229,7 +229,7 @@ TEST_F(FaultsTest, PrefsSetThatCannotSaveNamesTheCauseAndChangesNothing) {
 }
 
 TEST_F(FaultsTest, PrefsSetAndDoctorOnAFullDiskSayItIsTheSpace) {
-  const auto disk = MountSmallDisk();
+  const auto disk = MountMemoryDisk();
   ASSERT_TRUE(disk->mounted());
   std::string errors;
   ASSERT_EQ(Oructl({"prefs", "set", "AutoCheck", "1"}, errors), 0) << errors;
@@ -278,7 +278,7 @@ TEST_F(FaultsTest, ALockHeldForEverWithoutRecordIsNamedAndCostsTheLauncherOneWai
 // no record is cut off or glued (the next run's begin banner included), and
 // the preferences stay whole.
 TEST_F(FaultsTest, HandOversOnAFullDiskCompleteAndCutNoRecord) {
-  const auto disk = MountSmallDisk();
+  const auto disk = MountMemoryDisk();
   ASSERT_TRUE(disk->mounted());
   UpdaterLock installer(kUpdateInstallerKey);
   HandOver("room on the disk");

@@ -4,6 +4,7 @@
 #include "locks/updater_lock.h"
 #include "platform/paths.h"
 #include "testing/child_process.h"
+#include "testing/fault_injection.h"
 #include "testing/namespaces.h"
 #include "testing/run_as_user.h"
 #include "testing/sandbox.h"
@@ -147,6 +148,11 @@ TEST_F(OructlTest, PrefsSetFromEightProcessesAtOnceNeverFailsAndNoValueGoesBack)
                                          "UpdaterDailyScheduledTimeMM",
                                          "ConnectionType",
                                          "LogLevel"};
+  // Each set's save ends in an fsync, which on a disk another build writes
+  // to can wait seconds for that build's writeback, longer than any writer
+  // waits for the lock: the files live on a disk in memory.
+  const oru_testing::MemoryDisk disk(sandbox_->data_home(), 256 * 1024 * 1024);
+  ASSERT_TRUE(disk.mounted() || geteuid() != 0);
   ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
   std::vector<std::string> observe = {"observe", PrefsPath(), std::to_string(kSetsEach)};
   observe.insert(observe.end(), keys.begin(), keys.end());
