@@ -269,6 +269,46 @@ TEST_F(OructlLogTest, FollowShowsRecordsWrittenBeforeAndAfterARotation) {
   EXPECT_EQ(oru_testing::FinishProgram(follower), -SIGTERM);
 }
 
+// As journalctl -f and tail -f do: the last ten records, then each new one.
+TEST_F(OructlLogTest, FollowStartsWithTheLastTenRecords) {
+  std::string text;
+  for (int i = 0; i < 50; ++i) {
+    text += LogLine("11/22/26 10:00:00:000", "7", "INFO", "record " + std::to_string(i));
+  }
+  oru_testing::WriteFile(Log(), text);
+  ChildProgram follower = oru_testing::StartProgram(ORU_ORUCTL, {"log", "-f", "--file", Log()});
+  LineWaiter output(fileno(follower.output));
+  std::vector<std::string> seen;
+  ASSERT_TRUE(output.Until("record 49", seen));
+  ASSERT_EQ(seen.size(), 10u);
+  EXPECT_NE(seen[0].find("record 40"), std::string::npos) << seen[0];
+  ASSERT_EQ(Oructl({"log", "write", "--file", Log(), "a new one"}).exit_code, 0);
+  seen.clear();
+  ASSERT_TRUE(output.Until("a new one", seen));
+  kill(follower.pid, SIGTERM);
+  EXPECT_EQ(oru_testing::FinishProgram(follower), -SIGTERM);
+}
+
+// A log named on the command line that is not there is a mistake to say,
+// not an empty log; the updater's own log may not be written yet.
+TEST_F(OructlLogTest, ALogNamedOnTheCommandLineThatIsNotThereIsAnErrorWithItsReason) {
+  const std::string missing = sandbox_->Path("no-such-folder/x.log");
+  for (const std::vector<std::string>& command :
+       {std::vector<std::string>{"log", "--file", missing},
+        std::vector<std::string>{"log", "sessions", "--file", missing}}) {
+    oru_testing::ErrorCapture errors;
+    ChildProgram tool = oru_testing::StartProgram(ORU_ORUCTL, command, -1, -1, errors.fd());
+    const std::string shown = oru_testing::ReadAll(tool);
+    EXPECT_EQ(oru_testing::FinishProgram(tool), 1) << command[1];
+    EXPECT_EQ(shown, "");
+    EXPECT_EQ(errors.Text(),
+              "oructl: cannot read the log " + missing + ": No such file or directory\n");
+  }
+  const Result updater_log = Oructl({"log"});
+  EXPECT_EQ(updater_log.exit_code, 0);
+  EXPECT_EQ(updater_log.output, "no entries\n");
+}
+
 // The follower is stopped while the log is rotated and then grows past the
 // place where the follower stopped reading: once it runs again it still
 // shows each new record once, from the start of the emptied file.

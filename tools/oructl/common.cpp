@@ -1,6 +1,10 @@
+#include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <sys/stat.h>
 
 namespace oructl {
 
@@ -27,6 +31,25 @@ bool BeginCommand(const Arguments& arguments, const char* usage,
 
 int FailUnexpected(const oru_tools::CommandLine& line, const char* command) {
   return Fail("unexpected '" + line.words().front() + "' (see oructl " + command + " --help)");
+}
+
+std::string LogToRead(const oru_tools::CommandLine& line, int& status) {
+  if (!line.Has("file")) {
+    const std::string file = UpdaterLogPath();
+    if (file.empty()) {
+      status = Fail("no log file is configured");
+    }
+    return file;
+  }
+  const std::string file = line.Value("file");
+  struct stat info;
+  if (stat(file.c_str(), &info) != 0) {
+    std::fprintf(stderr, "oructl: cannot read the log %s: %s\n", file.c_str(),
+                 std::strerror(errno));
+    status = kNegative;
+    return std::string();
+  }
+  return file;
 }
 
 } // namespace oructl

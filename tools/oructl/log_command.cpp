@@ -18,6 +18,8 @@ namespace oructl {
 
 namespace {
 
+constexpr long kFollowStartRecords = 10;
+
 const char kUsage[] =
     "Usage: oructl log [--file PATH] [-n N] [-f] [--level NAME] [--field TEXT]\n"
     "                  [--thread ID] [--pid PID] [--since TIME] [--until TIME]\n"
@@ -31,8 +33,9 @@ const char kUsage[] =
     "\n"
     "  -n, --lines N   only the last N records (that pass the filters), read\n"
     "                  from the end of the log\n"
-    "  -f, --follow    after the records there are, print each new one as it is\n"
-    "                  written, across rotations, until interrupted\n"
+    "  -f, --follow    print the last 10 records (or the last N of -n), then\n"
+    "                  each new one as it is written, across rotations, until\n"
+    "                  interrupted\n"
     "  --level NAME    only records at NAME or above (TRACE DEBUG INFO WARN\n"
     "                  ERROR FATAL NONE)\n"
     "  --field TEXT    only records with a field equal to TEXT\n"
@@ -63,8 +66,9 @@ const char kUsage[] =
     "lock: the MESSAGE words as one record, or one record per line of standard\n"
     "input. --level is INFO unless given.\n"
     "\n"
-    "Exit status: 0 done (sessions: every run finished); 1 sessions: some run\n"
-    "is unfinished; 2 usage, an unreadable log, or a line that is no log line.\n";
+    "Exit status: 0 done (sessions: every run finished); 1 a log named with\n"
+    "--file that is not there, or (sessions) some run is unfinished; 2 usage,\n"
+    "an unreadable log, or a line that is no log line.\n";
 
 struct Filters {
   int level = -1;
@@ -274,11 +278,16 @@ int LogCommand(const Arguments& given) {
   if (!ReadFilters(line, filters) || !ReadCount(line, count)) {
     return kError;
   }
-  const std::string file = line.Has("file") ? line.Value("file") : UpdaterLogPath();
+  const std::string file = LogToRead(line, status);
   if (file.empty()) {
-    return Fail("no log file is configured");
+    return status;
   }
   const bool follow = line.Has("follow");
+  // As journalctl -f and tail -f do: following starts from the last ten
+  // records, unless -n says how many.
+  if (follow && count < 0) {
+    count = kFollowStartRecords;
+  }
   const bool json = line.Has("json");
   // Colour is decided before the pager takes standard output over.
   RecordPrinter printer(json, json && follow, !json && oru_tools::ColourWanted());

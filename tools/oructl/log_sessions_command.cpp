@@ -28,8 +28,9 @@ const char kUsage[] = "Usage: oructl log sessions [--file PATH] [--timeline] [--
                       "              the wait for the installer), waiting for the installer, and\n"
                       "              the hand-over after it\n"
                       "\n"
-                      "Exit status: 0 every run finished; 1 some run is unfinished; 2 usage, an\n"
-                      "unreadable log, or a line that is no log line.\n";
+                      "Exit status: 0 every run finished; 1 some run is unfinished, or a log\n"
+                      "named with --file is not there; 2 usage, an unreadable log, or a line\n"
+                      "that is no log line.\n";
 
 constexpr int64_t kSameRunGapSeconds = 60;
 constexpr int kBarWidth = 40;
@@ -169,9 +170,9 @@ int LogSessionsCommand(const Arguments& given) {
   if (!line.words().empty()) {
     return FailUnexpected(line, "log sessions");
   }
-  const std::string file = line.Has("file") ? line.Value("file") : UpdaterLogPath();
+  const std::string file = LogToRead(line, status);
   if (file.empty()) {
-    return Fail("no log file is configured");
+    return status;
   }
   SessionSplitter splitter;
   std::string error;

@@ -39,6 +39,13 @@ bool BeginCommand(const Arguments& arguments, const char* usage,
 // The error for words a command does not take.
 int FailUnexpected(const oru_tools::CommandLine& line, const char* command);
 
+// The log a command reads: the one named by --file, or the updater's. A
+// log named on the command line must be there (a typo is no empty log):
+// when it is not, says so with the system's reason, sets `status` to
+// kNegative and gives an empty path; so does a log nobody configured, with
+// kError. The updater's own log may be missing (nothing written yet).
+std::string LogToRead(const oru_tools::CommandLine& line, int& status);
+
 } // namespace oructl
 
 #endif // ORU_TOOLS_ORUCTL_ORUCTL_H
