@@ -411,6 +411,27 @@ TEST_F(OructlLogTest, OnATerminalRecordsAreColouredByLevelAndPaged) {
   EXPECT_EQ(Oructl({"log", "--file", Log()}).output.find('\x1b'), std::string::npos);
 }
 
+// A pager that is not there: the records stay on the terminal, and no
+// shell complains about a missing program instead.
+TEST_F(OructlLogTest, APagerThatCannotStartLeavesTheRecordsOnTheTerminal) {
+  oru_testing::WriteFile(Log(), LogLine("11/22/26 10:00:00:000", "7", "INFO", "kept on screen"));
+  const std::string shown =
+      OnATerminal({"log", "--file", Log()}, {"PAGER=no-such-pager", "NO_COLOR=1"});
+  EXPECT_NE(shown.find("kept on screen"), std::string::npos) << shown;
+  EXPECT_EQ(shown.find("not found"), std::string::npos) << shown;
+}
+
+// prefs list pages as log does.
+TEST_F(OructlLogTest, PrefsListGoesThroughThePagerOnATerminal) {
+  ASSERT_EQ(Oructl({"prefs", "set", "AutoCheck", "1"}).exit_code, 0);
+  const std::string shown = OnATerminal({"prefs", "list"}, {"PAGER=sed s/^/paged:/"});
+  EXPECT_NE(shown.find("paged:AutoCheck (bool) = 1"), std::string::npos) << shown;
+  const std::string unpaged =
+      OnATerminal({"prefs", "list", "--no-pager"}, {"PAGER=sed s/^/paged:/"});
+  EXPECT_EQ(unpaged.find("paged:"), std::string::npos) << unpaged;
+  EXPECT_NE(unpaged.find("AutoCheck (bool) = 1"), std::string::npos) << unpaged;
+}
+
 TEST_F(OructlLogTest, WriteAppendsWordsOrEachLineOfInputThroughTheLibrary) {
   ASSERT_EQ(Oructl({"log", "write", "--file", Log(), "--level", "WARN", "two", "words"}).exit_code,
             0);

@@ -6,8 +6,10 @@
 #include <cstring>
 #include <fcntl.h>
 #include <signal.h>
+#include <sstream>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <vector>
 
 namespace oru_tools {
 
@@ -16,6 +18,53 @@ namespace {
 bool IsSet(const char* name) {
   const char* value = std::getenv(name);
   return value && *value;
+}
+
+std::vector<std::string> Words(const std::string& text) {
+  std::vector<std::string> words;
+  std::istringstream in(text);
+  for (std::string word; in >> word;) {
+    words.push_back(word);
+  }
+  return words;
+}
+
+// Whether `program` names an executable file: as a path when it holds a
+// "/", else in one of the folders of PATH.
+bool FindsProgram(const std::string& program) {
+  if (program.find('/') != std::string::npos) {
+    return access(program.c_str(), X_OK) == 0;
+  }
+  const char* path = std::getenv("PATH");
+  std::istringstream folders(path ? path : "/usr/bin:/bin");
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    if (access(((folder.empty() ? "." : folder) + "/" + program).c_str(), X_OK) == 0) {
+      return true;
+    }
+  }
+  return false;
+}
+
+// Text the shell must read (quotes, pipes, variables...), not plain words.
+bool NeedsShell(const std::string& command) {
+  return command.find_first_of("|&;<>()$`\\\"'*?[]#~=%{}") != std::string::npos;
+}
+
+// Runs the pager in the child: its words directly where they are plain, so
+// that a program that is not there fails the exec (and the output stays on
+// the terminal) instead of a shell's "not found" after the output is gone.
+void ExecPager(const std::string& command) {
+  if (NeedsShell(command)) {
+    execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+    return;
+  }
+  std::vector<std::string> words = Words(command);
+  std::vector<char*> argv;
+  for (std::string& word : words) {
+    argv.push_back(word.data());
+  }
+  argv.push_back(nullptr);
+  execvp(argv[0], argv.data());
 }
 
 } // namespace
@@ -46,7 +95,9 @@ void Pager::Start() {
   }
   const char* given = std::getenv("PAGER");
   const std::string command = given ? given : "less";
-  if (command.empty() || command == "cat") {
+  const std::vector<std::string> words = Words(command);
+  // No pager, or one that is not there: the output stays on the terminal.
+  if (words.empty() || command == "cat" || !FindsProgram(words.front())) {
     return;
   }
   int data[2];
@@ -66,7 +117,7 @@ void Pager::Start() {
     if (!given) {
       setenv("LESS", "FRX", /*overwrite=*/0);
     }
-    execl("/bin/sh", "sh", "-c", command.c_str(), static_cast<char*>(nullptr));
+    ExecPager(command);
     const int failure = errno;
     (void)!write(started[1], &failure, sizeof failure);
     _exit(127);

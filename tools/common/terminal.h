@@ -19,8 +19,10 @@ extern const char kColourEnd[];
 
 // Sends standard output through $PAGER (when unset: "less", with LESS=FRX
 // when LESS is unset) while it lives, when standard output is a terminal.
-// An empty PAGER or "cat" means no pager; a pager that cannot be started
-// leaves standard output as it was.
+// An empty PAGER or "cat" means no pager. A PAGER of plain words is run
+// without a shell; one the shell must read runs through /bin/sh. A pager
+// whose program is not there, or that cannot be started, leaves standard
+// output as it was: the output stays on the terminal.
 class Pager {
 public:
   Pager() = default;

@@ -42,7 +42,12 @@ _oructl() {
       elif [[ $subcommand == get || $subcommand == set || $subcommand == reset ]] && ((COMP_CWORD == 3)); then
         words=$(oructl prefs keys 2>/dev/null | cut -d " " -f 1)
       fi
-      options="--help --json"
+      case $subcommand in
+        list) options="--help --json --no-pager" ;;
+        get) options="--help --json" ;;
+        reset) options="--help --all" ;;
+        *) options="--help" ;;
+      esac
       ;;
     unlock-prefs)
       options="--help --force"

@@ -7,6 +7,7 @@
 #include "locks/resource_locker.h"
 #include "platform/paths.h"
 #include "tools/common/json_output.h"
+#include "tools/common/terminal.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
@@ -21,7 +22,7 @@ namespace oructl {
 namespace {
 
 const char kPrefsUsage[] =
-    "Usage: oructl prefs list [--json]\n"
+    "Usage: oructl prefs list [--json] [--no-pager]\n"
     "       oructl prefs keys\n"
     "       oructl prefs get KEY [--json]\n"
     "       oructl prefs set KEY VALUE\n"
@@ -34,7 +35,8 @@ const char kPrefsUsage[] =
     "maps are written KEY=VALUE,KEY=VALUE (bool maps take 1 or 0).\n"
     "\n"
     "  list     every key with its type and value; [default] marks a scalar\n"
-    "           that holds its default\n"
+    "           that holds its default; on a terminal through $PAGER, as\n"
+    "           oructl log (--no-pager: never)\n"
     "  keys     the key table: every key, its type and its default\n"
     "  get      one value\n"
     "  set      stores a value, which must convert to the key's type\n"
@@ -289,7 +291,8 @@ int Keys(const NuvexUpdaterPrefs& prefs) {
 int PrefsCommand(const Arguments& given) {
   oru_tools::CommandLine line({});
   int status = kOk;
-  if (!BeginCommand(given, kPrefsUsage, {{"json", false}, {"all", false}}, line, status)) {
+  if (!BeginCommand(given, kPrefsUsage, {{"json", false}, {"all", false}, {"no-pager", false}},
+                    line, status)) {
     return status;
   }
   const bool json = line.Has("json");
@@ -317,6 +320,10 @@ int PrefsCommand(const Arguments& given) {
     return Keys(*NuvexUpdaterPrefs::Unopened(UpdaterPrefsFolder()));
   }
   if (action == "list" || action == "get") {
+    oru_tools::Pager pager;
+    if (action == "list" && !line.Has("no-pager")) {
+      pager.Start();
+    }
     return Look(action, arguments, json);
   }
   NuvexUpdaterPrefs* prefs = OpenPrefs(status);
