@@ -4,6 +4,8 @@
 #include "launcher/handover.h"
 #include "launcher/zelto.h"
 #include "locks/updater_lock.h"
+#include "platform/folders.h"
+#include "platform/paths.h"
 #include "platform/safe_fs.h"
 #include "tools/common/command_line.h"
 #include "tools/common/handover_trace.h"
@@ -31,7 +33,7 @@ constexpr int kExitNegative = 1;
 constexpr int kExitError = 2;
 
 const char kUsage[] =
-    "Usage: oru-installer-sim --launcher PATH [options]\n"
+    "Usage: oru-installer-sim [--launcher PATH] [options]\n"
     "\n"
     "Plays the update installer's side of the post-self-update hand-over:\n"
     "holds \"VelUpdater1_Update_Installer\", starts the launcher at PATH, and,\n"
@@ -51,7 +53,9 @@ const char kUsage[] =
     "                 what each did\n"
     "\n"
     "Options:\n"
-    "  --launcher PATH       the launcher executable to start\n"
+    "  --launcher PATH       the launcher executable to start (default: the\n"
+    "                        installed one, " ORU_LAUNCHER_FROM_BIN " from\n"
+    "                        this program's folder)\n"
     "  --scenario NAME       see above\n"
     "  --post-delay MS       delay before posting in post-after (default 0)\n"
     "  --timeout MS          limit on every wait (default 10000)\n"
@@ -86,6 +90,9 @@ struct Report {
   // Unmeasured when the step did not happen.
   std::optional<double> launcher_blocked_ms;
   std::optional<double> post_to_exit_ms;
+  // never-post and die-holding: from the installer's going to the exit.
+  std::optional<double> installer_gone_to_exit_ms;
+  const char* installer_gone = "";
   long long post_ns = 0;
   oru_tools::HandOverStamps stamps;
 };
@@ -105,10 +112,21 @@ void Pause(long microseconds) {
   nanosleep(&pause, nullptr);
 }
 
-// Waits until `count` processes block on the set; false after the time-out.
-bool WaitForWaiters(int set, int count, long timeout_ms) {
+// Waits until `count` processes block on the set; false after the time-out,
+// or as soon as `watched` (when > 0) has exited: `exited` then gets its
+// exit status, which a launcher that never waits otherwise hides for the
+// whole time-out.
+bool WaitForWaiters(int set, int count, long timeout_ms, pid_t watched = -1,
+                    int* exited = nullptr) {
   const long long deadline = NowNs() + timeout_ms * 1000000LL;
   while (semctl(set, 0, GETNCNT) < count) {
+    int status = 0;
+    if (watched > 0 && waitpid(watched, &status, WNOHANG) == watched) {
+      if (exited) {
+        *exited = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+      }
+      return false;
+    }
     if (NowNs() > deadline) {
       return false;
     }
@@ -169,21 +187,32 @@ std::string Said(const std::optional<double>& ms, const char* measured, const ch
 }
 
 void Print(const Report& report, bool json) {
+  const bool posted = report.post_ns != 0;
   if (json) {
     oru_tools::PrintJson({{"outcome", report.outcome},
                           {"detail", report.detail},
                           {"launcher_exit", report.launcher_exit},
                           {"second_launcher_exit", report.second_launcher_exit},
                           {"launcher_blocked_ms", Measured(report.launcher_blocked_ms)},
+                          {"posted", posted},
                           {"post_to_exit_ms", Measured(report.post_to_exit_ms)},
+                          {"installer_gone_to_exit_ms", Measured(report.installer_gone_to_exit_ms)},
                           {"post_ns", report.post_ns}});
     return;
   }
+  const std::string after_the_installer =
+      report.installer_gone_to_exit_ms
+          ? Said(report.installer_gone_to_exit_ms,
+                 ("; finished %.3f ms after " + std::string(report.installer_gone)).c_str(), "")
+          : std::string();
   std::printf(
-      "%s: %s (launcher exit %d; %s; %s)\n", report.outcome.c_str(), report.detail.c_str(),
+      "%s: %s (launcher exit %d; %s; %s%s)\n", report.outcome.c_str(), report.detail.c_str(),
       report.launcher_exit,
       Said(report.launcher_blocked_ms, "it waited after %.3f ms", "it never waited").c_str(),
-      Said(report.post_to_exit_ms, "finished %.3f ms after the post", "no post was timed").c_str());
+      posted ? Said(report.post_to_exit_ms, "finished %.3f ms after the post", "no post was timed")
+                   .c_str()
+             : "not posted",
+      after_the_installer.c_str());
 }
 
 // After the post: how did the launcher end the hand-over?
@@ -208,10 +237,12 @@ int Judge(Report& report, int exit_status) {
 // it, fills in the report and returns false.
 bool LauncherWaits(const Options& options, UpdaterLock_Wait& rendezvous, pid_t launcher,
                    long long started, Report& report) {
-  if (!WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms)) {
-    report.launcher_exit = WaitForExit(launcher, 0);
+  int exited = -1;
+  if (!WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms, launcher, &exited)) {
+    report.launcher_exit = exited >= 0 ? exited : WaitForExit(launcher, 0);
     report.outcome = "launcher-never-waited";
-    report.detail = "the launcher did not wait for the installer's post";
+    report.detail = exited >= 0 ? "the launcher exited before it waited for the installer's post"
+                                : "the launcher did not wait for the installer's post";
     EndLauncher(launcher, report.launcher_exit);
     return false;
   }
@@ -256,7 +287,8 @@ int NeverPost(const Options& options, std::unique_ptr<UpdaterLock>& installer,
   report.stamps.waitEnded = left;
   report.launcher_exit = WaitForExit(launcher, options.timeout_ms);
   report.stamps.launcherExited = report.launcher_exit >= 0 ? NowNs() : 0;
-  report.post_to_exit_ms = MsSince(left);
+  report.installer_gone_to_exit_ms = MsSince(left);
+  report.installer_gone = "the installer left";
   EndLauncher(launcher, report.launcher_exit);
   if (!still_waiting) {
     report.outcome = "launcher-stopped-waiting";
@@ -298,10 +330,12 @@ int DieHolding(const Options& options, UpdaterLock_Wait& rendezvous, long long s
   report.stamps.launcherStarted = NowNs();
   const pid_t launcher = held ? StartLauncher(options.launcher) : -1;
   report.stamps.launcherPid = launcher;
-  if (!held || launcher < 0 || !WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms)) {
+  int exited = -1;
+  if (!held || launcher < 0 ||
+      !WaitForWaiters(rendezvous.semaphoreSet(), 1, options.timeout_ms, launcher, &exited)) {
     kill(holder, SIGKILL);
     waitpid(holder, nullptr, 0);
-    report.launcher_exit = launcher > 0 ? WaitForExit(launcher, 0) : -1;
+    report.launcher_exit = exited >= 0 ? exited : launcher > 0 ? WaitForExit(launcher, 0) : -1;
     EndLauncher(launcher, report.launcher_exit);
     report.outcome = "launcher-never-waited";
     report.detail = "the launcher did not wait for the installer's post";
@@ -316,7 +350,8 @@ int DieHolding(const Options& options, UpdaterLock_Wait& rendezvous, long long s
   report.stamps.waitEnded = died;
   report.launcher_exit = WaitForExit(launcher, options.timeout_ms);
   report.stamps.launcherExited = report.launcher_exit >= 0 ? NowNs() : 0;
-  report.post_to_exit_ms = MsSince(died);
+  report.installer_gone_to_exit_ms = MsSince(died);
+  report.installer_gone = "the installer died";
   EndLauncher(launcher, report.launcher_exit);
   if (report.launcher_exit != 0) {
     report.outcome = "launcher-stuck";
@@ -475,10 +510,18 @@ bool Usage(const std::string& mistake) {
   return false;
 }
 
+// The launcher the package installs beside these tools; empty when this
+// program's own path cannot be told.
+std::string InstalledLauncher() {
+  std::string self; // a bare executable's "bundle folder" is its own path
+  return platform::GetBundleFolder(self) ? platform::DirName(self) + "/" ORU_LAUNCHER_FROM_BIN
+                                         : std::string();
+}
+
 // The options, each checked before anything starts; false with the one
 // mistake said.
 bool ReadOptions(const oru_tools::CommandLine& line, Options& options) {
-  options.launcher = line.Value("launcher");
+  options.launcher = line.Has("launcher") ? line.Value("launcher") : InstalledLauncher();
   if (line.Has("scenario")) {
     options.scenario = line.Value("scenario");
   }
@@ -489,6 +532,9 @@ bool ReadOptions(const oru_tools::CommandLine& line, Options& options) {
   }
   if (!line.words().empty()) {
     return Usage("unexpected '" + line.words().front() + "'");
+  }
+  if (!line.Has("launcher") && access(options.launcher.c_str(), X_OK) != 0) {
+    return Usage("no launcher is installed at '" + options.launcher + "'; give --launcher PATH");
   }
   if (options.launcher.empty()) {
     return Usage("--launcher PATH is required");

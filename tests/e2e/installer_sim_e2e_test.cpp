@@ -131,6 +131,9 @@ TEST_F(InstallerSimTest, NeverPostReportsTheLauncherStillWaitingAndItsEndAfterwa
   EXPECT_EQ(exit_code, 0) << report;
   EXPECT_TRUE(Says(report, "\"outcome\":\"launcher-still-waiting\"")) << report;
   EXPECT_TRUE(Says(report, "gave up without starting Zelto")) << report;
+  EXPECT_TRUE(Says(report, "\"posted\":false")) << report;
+  EXPECT_TRUE(Says(report, "\"post_to_exit_ms\":null")) << report;
+  EXPECT_FALSE(Says(report, "\"installer_gone_to_exit_ms\":null")) << report;
   EXPECT_FALSE(zelto.Started());
 }
 
@@ -141,7 +144,47 @@ TEST_F(InstallerSimTest, InstallerDyingWhileTheLauncherWaitsEndsTheWait) {
   EXPECT_EQ(exit_code, 0) << report;
   EXPECT_TRUE(Says(report, "\"outcome\":\"installer-died\"")) << report;
   EXPECT_TRUE(Says(report, "\"launcher_exit\":0")) << report;
+  EXPECT_TRUE(Says(report, "\"posted\":false")) << report;
+  EXPECT_TRUE(Says(report, "\"post_to_exit_ms\":null")) << report;
   EXPECT_FALSE(zelto.Started());
+  // Said in words, nothing was posted: the time runs from the installer's death.
+  oru_testing::ChildProgram text = oru_testing::StartProgram(
+      ORU_INSTALLER_SIM, {"--launcher", ORU_LAUNCHER_EXE, "--scenario", "die-holding"});
+  const std::string said = oru_testing::ReadAll(text);
+  EXPECT_EQ(oru_testing::FinishProgram(text), 0) << said;
+  EXPECT_NE(said.find("; not posted; finished "), std::string::npos) << said;
+  EXPECT_NE(said.find(" ms after the installer died)"), std::string::npos) << said;
+  EXPECT_EQ(said.find("after the post"), std::string::npos) << said;
+}
+
+// A launcher that exits without ever waiting is seen to exit, not waited
+// for until the time-out runs out.
+TEST_F(InstallerSimTest, ALauncherThatExitsWithoutWaitingIsSeenExiting) {
+  oru_testing::ChildProgram sim = oru_testing::StartProgram(
+      ORU_INSTALLER_SIM, {"--launcher", "/bin/false", "--timeout", "600000", "--json"});
+  const std::string report = oru_testing::ReadAll(sim);
+  EXPECT_EQ(oru_testing::FinishProgram(sim), 1) << report;
+  EXPECT_TRUE(Says(report, "\"outcome\":\"launcher-never-waited\"")) << report;
+  EXPECT_TRUE(Says(report, "the launcher exited before it waited")) << report;
+  EXPECT_TRUE(Says(report, "\"launcher_exit\":1")) << report;
+}
+
+// Installed as the package lays it out, the simulator finds the launcher
+// without being told where it is.
+TEST_F(InstallerSimTest, WithoutLauncherItStartsTheInstalledOne) {
+  const std::string prefix = sandbox_->Path("usr");
+  ASSERT_EQ(system(("mkdir -p '" + prefix + "/bin' '" + prefix + "/libexec/orulauncher' && cp '" +
+                    ORU_INSTALLER_SIM + "' '" + prefix + "/bin/' && cp '" + ORU_LAUNCHER_EXE +
+                    "' '" + prefix + "/libexec/orulauncher/OruLauncher'")
+                       .c_str()),
+            0);
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  oru_testing::ChildProgram sim =
+      oru_testing::StartProgram(prefix + "/bin/oru-installer-sim", {"--json"});
+  const std::string report = oru_testing::ReadAll(sim);
+  EXPECT_EQ(oru_testing::FinishProgram(sim), 0) << report;
+  EXPECT_TRUE(Says(report, "\"outcome\":\"zelto-started\"")) << report;
+  EXPECT_TRUE(zelto.WaitForStart());
 }
 
 TEST_F(InstallerSimTest, TwoLaunchersAtOnceTheSecondHandsBack) {
@@ -196,7 +239,9 @@ TEST_F(InstallerSimTest, EachMistakeIsOneExactLineAndExitTwoBeforeAnythingStarts
        "--post-delay takes whole milliseconds, 0 or more, not '-3'"},
       {{"--launcher=" + std::string(ORU_LAUNCHER_EXE), "--scenaro", "post-now"},
        "unknown option '--scenaro' (did you mean '--scenario'?)"},
-      {{}, "--launcher PATH is required"},
+      {{},
+       "no launcher is installed at '" + platform::DirName(ORU_INSTALLER_SIM) +
+           "/../libexec/orulauncher/OruLauncher'; give --launcher PATH"},
   };
   for (const auto& [arguments, said] : mistakes) {
     const oru_testing::ErrorCapture errors;
