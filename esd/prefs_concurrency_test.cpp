@@ -5,7 +5,7 @@
 #include "esd/typed_prefs.h"
 #include "locks/resource_locker.h"
 #include "testing/child_process.h"
-#include "testing/fault_injection.h"
+#include "testing/memory_disk_linux.h"
 #include "testing/sandbox.h"
 
 #include <cstdio>

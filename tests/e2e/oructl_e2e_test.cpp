@@ -4,7 +4,7 @@
 #include "locks/updater_lock.h"
 #include "platform/paths.h"
 #include "testing/child_process.h"
-#include "testing/fault_injection.h"
+#include "testing/memory_disk_linux.h"
 #include "testing/namespaces.h"
 #include "testing/run_as_user.h"
 #include "testing/sandbox.h"

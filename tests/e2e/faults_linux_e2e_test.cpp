@@ -9,7 +9,8 @@
 #include "locks/resource_locker.h"
 #include "oobe/log_line.h"
 #include "oobe/log_rotation.h"
-#include "testing/fault_injection.h"
+#include "testing/fault_injection_linux.h"
+#include "testing/memory_disk_linux.h"
 #include "tests/e2e/e2e_fixture.h"
 
 #include <dirent.h>

@@ -6,8 +6,9 @@
 #include "oobe/log_rotation.h"
 #include "oobe/log_target.h"
 #include "testing/child_process.h"
-#include "testing/fault_injection.h"
+#include "testing/fault_injection_linux.h"
 #include "testing/log_test_support.h"
+#include "testing/memory_disk_linux.h"
 #include "testing/namespaces.h"
 #include "testing/sandbox.h"
 

@@ -1,6 +1,6 @@
-// A preload for tests that fails a chosen system call, as a full or failing
-// disk would. Only calls on files below one folder count, so that the test
-// program's own output is never hit.
+// A preload for tests (Linux: LD_PRELOAD, /proc/self/fd) that fails a chosen
+// system call, as a full or failing disk would. Only calls on files below
+// one folder count, so that the test program's own output is never hit.
 //
 //   ORU_FAULT_DIR=FOLDER     calls count only on files below FOLDER
 //   ORU_FAULT=FUNCTION:N:KIND[,FUNCTION:N:KIND...]
