@@ -3,7 +3,9 @@
 #include "testing/sandbox.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <type_traits>
+#include <unistd.h>
 
 namespace {
 
@@ -97,6 +99,35 @@ TEST(EsdStreamsTest, DestroyingThroughTheWrapperFlushesWithoutAClose) {
     EXPECT_EQ(ReadFile(sandbox.Path("out")), "");
   }
   EXPECT_EQ(ReadFile(sandbox.Path("out")), "buffered");
+}
+
+// Other programs open these streams by the path and follow what is there;
+// here a link at the name or a FIFO leaves the stream not open (at once, not
+// blocked on the FIFO), and nothing a link names is touched.
+TEST(EsdStreamsTest, ALinkOrAFifoAtTheNameLeavesTheStreamNotOpen) {
+  Sandbox sandbox;
+  WriteFile(sandbox.Path("target"), "kept");
+  ASSERT_EQ(symlink(sandbox.Path("target").c_str(), sandbox.Path("link").c_str()), 0);
+  ASSERT_EQ(mkfifo(sandbox.Path("fifo").c_str(), 0600), 0);
+  EXPECT_FALSE(ESDifstream(sandbox.Path("link"), "rb", std::ios::binary).is_open());
+  EXPECT_FALSE(ESDofstream(sandbox.Path("link"), "wb", std::ios::binary).is_open());
+  EXPECT_FALSE(ESDifstream(sandbox.Path("fifo"), "rb", std::ios::binary).is_open());
+  EXPECT_FALSE(ESDofstream(sandbox.Path("fifo"), "wb", std::ios::binary).is_open());
+  EXPECT_EQ(ReadFile(sandbox.Path("target")), "kept");
+}
+
+// A name relative to the working folder opens as the path did.
+TEST(EsdStreamsTest, ARelativeNameIsTakenFromTheWorkingFolder) {
+  Sandbox sandbox;
+  WriteFile(sandbox.Path("in"), "relative");
+  char before[4096];
+  ASSERT_NE(getcwd(before, sizeof before), nullptr);
+  ASSERT_EQ(chdir(sandbox.root().c_str()), 0);
+  ESDifstream file("in", "rb", std::ios::binary);
+  std::string text;
+  EXPECT_TRUE(file.is_open() && (*file.stream() >> text));
+  EXPECT_EQ(text, "relative");
+  ASSERT_EQ(chdir(before), 0);
 }
 
 } // namespace

@@ -1,10 +1,11 @@
-#include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
+
+#include "platform/safe_fs.h"
+#include "tools/oructl/ipc_state.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <sys/stat.h>
 
 namespace oructl {
 
@@ -42,8 +43,10 @@ std::string LogToRead(const oru_tools::CommandLine& line, int& status) {
     return file;
   }
   const std::string file = line.Value("file");
-  struct stat info;
-  if (stat(file.c_str(), &info) != 0) {
+  // Any other reason the log cannot be read is said by the reader (exit 2).
+  platform::ScopedFd log;
+  if (!platform::OpenFileAt(oru_tools::AbsolutePath(file), platform::OpenOptions(), log) &&
+      errno == ENOENT) {
     std::fprintf(stderr, "oructl: cannot read the log %s: %s\n", file.c_str(),
                  std::strerror(errno));
     status = kNegative;

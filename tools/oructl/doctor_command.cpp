@@ -8,6 +8,7 @@
 #include "locks/resource_locker.h"
 #include "locks/updater_lock.h"
 #include "oobe/log_rotation.h"
+#include "platform/disk_space.h"
 #include "platform/paths.h"
 #include "tools/common/json_output.h"
 #include "tools/oructl/ipc_state.h"
@@ -18,8 +19,6 @@
 #include <fstream>
 #include <string>
 #include <sys/sem.h>
-#include <sys/stat.h>
-#include <sys/statvfs.h>
 #include <unistd.h>
 #include <vector>
 
@@ -134,26 +133,9 @@ Check Zelto() {
   return {"Zelto", true, path + " present and executable", ""};
 }
 
-// The disk that holds `path`, or the nearest level of it that is there:
-// its device and the bytes free to a writer that is not root.
-bool DiskOf(const std::string& path, dev_t& device, uint64_t& free_bytes) {
-  std::string level = path;
-  while (!platform::PathExists(level) && level != platform::DirName(level)) {
-    level = platform::DirName(level);
-  }
-  struct stat info;
-  struct statvfs disk;
-  if (stat(level.c_str(), &info) != 0 || statvfs(level.c_str(), &disk) != 0) {
-    return false;
-  }
-  device = info.st_dev;
-  free_bytes = static_cast<uint64_t>(disk.f_bavail) * disk.f_frsize;
-  return true;
-}
-
 uint64_t SizeOf(const std::string& path) {
-  struct stat info;
-  return stat(path.c_str(), &info) == 0 ? static_cast<uint64_t>(info.st_size) : 0;
+  uint64_t size = 0;
+  return platform::GetFileSize(path, size) ? size : 0;
 }
 
 // Room for what the updater writes next: a preferences save writes the
@@ -166,11 +148,13 @@ Check FreeSpace(const std::string& prefs_path, const std::string& log_path) {
   const int level = level_text.empty() ? 2 : std::atoi(level_text.c_str());
   const uint64_t save_needs = SizeOf(prefs_path) + kSaveMargin;
   const uint64_t rotation_needs = oobe::RotationSizeLimit(UpdaterLogLibraryLevel(level));
-  dev_t prefs_disk = 0, log_disk = 0;
-  uint64_t prefs_free = 0, log_free = 0;
-  const bool prefs_known = !prefs_path.empty() && DiskOf(prefs_path, prefs_disk, prefs_free);
-  const bool log_known = !log_path.empty() && DiskOf(log_path, log_disk, log_free);
-  const bool shared = prefs_known && log_known && prefs_disk == log_disk;
+  platform::DiskSpace prefs_disk;
+  platform::DiskSpace log_disk;
+  const bool prefs_known = !prefs_path.empty() && platform::GetDiskSpace(prefs_path, prefs_disk);
+  const bool log_known = !log_path.empty() && platform::GetDiskSpace(log_path, log_disk);
+  const bool shared = prefs_known && log_known && prefs_disk.device == log_disk.device;
+  const uint64_t prefs_free = prefs_disk.freeBytes;
+  const uint64_t log_free = log_disk.freeBytes;
   std::string short_of;
   if (prefs_known && prefs_free < save_needs + (shared ? rotation_needs : 0)) {
     short_of = std::to_string(prefs_free) +
