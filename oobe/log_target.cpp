@@ -71,15 +71,13 @@ LockOutcome Reported(const ScopedFileLock& lock, const std::string& path) {
   return lock.outcome();
 }
 
-// Whether the file at `path` is empty or ends in a line feed. A record cut
-// short whose bytes could not be given back leaves a line without its end;
-// the next record must not continue it.
-bool EndsInLineFeed(const std::string& path) {
-  platform::ScopedFd file;
+// Whether the open log is empty or ends in a line feed (also when it
+// cannot be read). A record cut short whose bytes could not be given back
+// leaves a line without its end; the next record must not continue it.
+bool EndsInLineFeed(const platform::ScopedFd& file) {
   struct stat info;
   char last = '\n';
-  if (!platform::OpenFileAt(path, platform::OpenOptions(), file) || fstat(file.get(), &info) != 0 ||
-      info.st_size == 0) {
+  if (!file.valid() || fstat(file.get(), &info) != 0 || info.st_size == 0) {
     return true;
   }
   return pread(file.get(), &last, 1, info.st_size - 1) != 1 || last == '\n';
@@ -177,14 +175,19 @@ LogTargetDefault::~LogTargetDefault() {
 
 bool LogTargetDefault::OpenStream(const std::string& path, platform::ScopedFd& file) {
   file.reset();
+  // Read as well as appended to, so that the end of the log can be looked
+  // at; a log this process may only write to is appended to all the same.
   platform::OpenOptions append;
-  append.access = platform::FileAccess::kAppend;
+  append.access = platform::FileAccess::kReadAppend;
   append.create = true;
   append.mode = 0666;
   bool created = false;
   platform::ScopedFd opened;
   if (!platform::OpenFileAt(path, append, opened, &created)) {
-    return false;
+    append.access = platform::FileAccess::kAppend;
+    if (errno != EACCES || !platform::OpenFileAt(path, append, opened, &created)) {
+      return false;
+    }
   }
   // Only a file this call created gets the mode, on its own descriptor: an
   // existing file keeps whatever mode it has.
@@ -223,7 +226,7 @@ bool LogTargetDefault::Open() {
     const ScopedFileLock lock(fileLock_.get());
     if (Reported(lock, filePath_) == LockOutcome::kTaken) {
       (void)CheckSizeAndCleanUp(); // retried by the next size check if it failed
-      startOnNewLine_ = !EndsInLineFeed(filePath_);
+      startOnNewLine_ = !EndsInLineFeed(file_);
     }
   }
   opened_ = true;

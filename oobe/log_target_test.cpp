@@ -5,6 +5,7 @@
 #include "platform/paths.h"
 #include "testing/child_process.h"
 #include "testing/log_test_support.h"
+#include "testing/run_as_user.h"
 #include "testing/sandbox.h"
 
 #include <gtest/gtest.h>
@@ -155,6 +156,35 @@ TEST_F(LogTargetTest, NewFileGetsMode0666AndAnExistingOneKeepsItsMode) {
   ASSERT_EQ(stat(existing.c_str(), &info), 0);
   EXPECT_EQ(info.st_mode & 0777, 0640u);
   other.Close();
+}
+
+// The log is opened to be read as well, to look at its end; a user who may
+// write to it but not read it (mode 0622) still appends to it.
+TEST(LogTargetAccessTest, ALogThisUserMayOnlyWriteToIsAppendedToAllTheSame) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "needs root: a second user";
+  }
+  Sandbox sandbox;
+  const std::string folder = sandbox.Path("logs");
+  ASSERT_EQ(mkdir(folder.c_str(), 0755), 0);
+  ASSERT_EQ(chmod(sandbox.root().c_str(), 0755), 0);
+  WriteFile(folder + "/write-only.log", "");
+  ASSERT_EQ(chmod((folder + "/write-only.log").c_str(), 0622), 0);
+  const std::string users_own = sandbox.Path("user");
+  ASSERT_EQ(mkdir(users_own.c_str(), 0700), 0);
+  const int status = oru_testing::RunAsUser(oru_testing::kOtherUid, users_own, [&] {
+    LogTargetDefault target("WRITE-ONLY");
+    if (!target.SetLogFile("write-only.log", folder.c_str()) || !target.Open()) {
+      return 1;
+    }
+    target.Write(kLevelInfo, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                 "from a user who cannot read the log", nullptr, 0, true);
+    return target.UnwrittenRecords() == 0 ? 0 : 2;
+  });
+  EXPECT_EQ(status, 0);
+  const auto lines = LinesOf(folder + "/write-only.log");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(oobe::testing::MessageOf(lines[0]), "from a user who cannot read the log");
 }
 
 TEST_F(LogTargetTest, NullLineSetsTheStreamsBadBit) {

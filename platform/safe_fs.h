@@ -85,7 +85,8 @@ bool MakeFolders(const std::string& path, mode_t mode, FolderHandle* out = nullp
 // The folder `name` inside `folder`.
 bool OpenSubfolder(const FolderHandle& folder, const std::string& name, FolderHandle& out);
 
-enum class FileAccess { kRead, kReadWrite, kWrite, kAppend };
+// kReadAppend: reading anywhere, and every write at the end.
+enum class FileAccess { kRead, kReadWrite, kWrite, kAppend, kReadAppend };
 
 struct OpenOptions {
   FileAccess access = FileAccess::kRead;

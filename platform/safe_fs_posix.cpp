@@ -384,6 +384,8 @@ int AccessFlags(FileAccess access) {
     return O_WRONLY;
   case FileAccess::kAppend:
     return O_WRONLY | O_APPEND;
+  case FileAccess::kReadAppend:
+    return O_RDWR | O_APPEND;
   }
   return O_RDONLY;
 }
