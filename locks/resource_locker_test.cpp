@@ -130,6 +130,35 @@ private:
   bool reaped_ = false;
 };
 
+// A program that keeps no record, holding a resource's semaphore: it takes
+// the semaphore alone and holds it until it lets go.
+class RecordlessHolder {
+public:
+  explicit RecordlessHolder(const std::string& resource)
+      : name_(SystemSemaphoreName(ResourceLocker::SemaphoreName(resource))) {
+    Take();
+  }
+  ~RecordlessHolder() { (void)LetGo(); }
+  RecordlessHolder(const RecordlessHolder&) = delete;
+  RecordlessHolder& operator=(const RecordlessHolder&) = delete;
+
+  void Take() { semaphore_ = sem_open(name_.c_str(), O_CREAT | O_EXCL, 0700, 1); }
+  bool holds() const { return semaphore_ != SEM_FAILED; }
+  // True when the semaphore is gone.
+  bool LetGo() {
+    if (!holds()) {
+      return true;
+    }
+    sem_close(semaphore_);
+    semaphore_ = SEM_FAILED;
+    return sem_unlink(name_.c_str()) == 0;
+  }
+
+private:
+  std::string name_;
+  sem_t* semaphore_ = SEM_FAILED;
+};
+
 class ResourceLockerTest : public ::testing::Test {
 protected:
   void TearDown() override {
@@ -343,9 +372,8 @@ TEST_F(ResourceLockerTest, ALiveRecordedHolderIsLookedAtEveryMillisecondWithinTh
 // A holder that keeps no record: every attempt tries the semaphore, with
 // the pause of 10 ms between attempts that other programs make.
 TEST_F(ResourceLockerTest, AHolderWithoutRecordIsTriedAtTheSemaphoreEveryTenMilliseconds) {
-  const std::string name = SystemSemaphoreName(ResourceLocker::SemaphoreName(resource_));
-  sem_t* foreign = sem_open(name.c_str(), O_CREAT | O_EXCL, 0700, 1);
-  ASSERT_NE(foreign, SEM_FAILED);
+  RecordlessHolder foreign(resource_);
+  ASSERT_TRUE(foreign.holds());
   ResourceLocker locker(resource_, 0);
   std::chrono::steady_clock::duration waited{};
   EXPECT_FALSE(CountedLock(locker, waited));
@@ -357,17 +385,15 @@ TEST_F(ResourceLockerTest, AHolderWithoutRecordIsTriedAtTheSemaphoreEveryTenMill
   EXPECT_GE(waited, kWaitBound);
   EXPECT_LE(PausedMicroseconds(),
             static_cast<uint64_t>(kWaitBound.count()) + ResourceLocker::kPauseMicroseconds);
-  sem_close(foreign);
-  ASSERT_EQ(sem_unlink(name.c_str()), 0);
+  ASSERT_TRUE(foreign.LetGo());
 }
 
 // A holder that never lets go costs a process the bound once: the next
 // lock of that name, by any object, tries once; once the lock has been
 // taken again, a wait is a whole wait again.
 TEST_F(ResourceLockerTest, AWaitThatRanOutIsNotWaitedAgainUntilTheLockIsTaken) {
-  const std::string name = SystemSemaphoreName(ResourceLocker::SemaphoreName(resource_));
-  sem_t* foreign = sem_open(name.c_str(), O_CREAT | O_EXCL, 0700, 1);
-  ASSERT_NE(foreign, SEM_FAILED);
+  RecordlessHolder foreign(resource_);
+  ASSERT_TRUE(foreign.holds());
   std::chrono::steady_clock::duration waited{};
   ResourceLocker first(resource_, 0);
   EXPECT_FALSE(CountedLock(first, waited));
@@ -376,17 +402,15 @@ TEST_F(ResourceLockerTest, AWaitThatRanOutIsNotWaitedAgainUntilTheLockIsTaken) {
   EXPECT_FALSE(CountedLock(second, waited));
   EXPECT_TRUE(Calls().pauses.empty());
   EXPECT_EQ(Calls().exclusive_creates, 1);
-  ASSERT_EQ(sem_unlink(name.c_str()), 0);
+  ASSERT_TRUE(foreign.LetGo());
   EXPECT_TRUE(CountedLock(second, waited));
   EXPECT_TRUE(second.Unlock(false));
-  sem_t* again = sem_open(name.c_str(), O_CREAT | O_EXCL, 0700, 1);
-  ASSERT_NE(again, SEM_FAILED);
+  foreign.Take();
+  ASSERT_TRUE(foreign.holds());
   EXPECT_FALSE(CountedLock(first, waited));
   EXPECT_FALSE(Calls().pauses.empty());
   EXPECT_GE(waited, kWaitBound);
-  sem_close(again);
-  sem_close(foreign);
-  ASSERT_EQ(sem_unlink(name.c_str()), 0);
+  ASSERT_TRUE(foreign.LetGo());
 }
 
 // A live holder that keeps a record lets go in its time: a wait that ran
@@ -452,16 +476,14 @@ TEST_F(ResourceLockerTest, AKilledRecordedHolderIsRecoveredAtTheNextAttempt) {
 // A program that keeps no record takes only the semaphore: however long it
 // holds it, nothing here judges it dead.
 TEST_F(ResourceLockerTest, ASemaphoreWithoutRecordIsNeverJudgedDead) {
-  const std::string name = SystemSemaphoreName(ResourceLocker::SemaphoreName(resource_));
-  sem_t* foreign = sem_open(name.c_str(), O_CREAT | O_EXCL, 0700, 1);
-  ASSERT_NE(foreign, SEM_FAILED);
+  RecordlessHolder foreign(resource_);
+  ASSERT_TRUE(foreign.holds());
   EXPECT_EQ(LookAtHolder(resource_).record, HolderView::Record::kNone);
   ResourceLocker locker(resource_, 0);
   EXPECT_FALSE(locker.Lock());
   EXPECT_TRUE(ResourceLocker::IsHeldByAnyone(resource_));
   EXPECT_EQ(LookAtHolder(resource_).record, HolderView::Record::kNone);
-  sem_close(foreign);
-  ASSERT_EQ(sem_unlink(name.c_str()), 0);
+  ASSERT_TRUE(foreign.LetGo());
   EXPECT_TRUE(locker.Lock());
   EXPECT_TRUE(locker.Unlock(false));
 }
