@@ -186,33 +186,35 @@ std::string Said(const std::optional<double>& ms, const char* measured, const ch
   return text;
 }
 
+// How the hand-over ended: the time from the post, or, where nothing was
+// posted, that and the time from the installer's going.
+std::string EndInWords(const Report& report) {
+  if (report.post_ns != 0) {
+    return Said(report.post_to_exit_ms, "finished %.3f ms after the post", "no post was timed");
+  }
+  const std::string from_the_installer =
+      "; finished %.3f ms after " + std::string(report.installer_gone);
+  return "not posted" + Said(report.installer_gone_to_exit_ms, from_the_installer.c_str(), "");
+}
+
 void Print(const Report& report, bool json) {
-  const bool posted = report.post_ns != 0;
   if (json) {
     oru_tools::PrintJson({{"outcome", report.outcome},
                           {"detail", report.detail},
                           {"launcher_exit", report.launcher_exit},
                           {"second_launcher_exit", report.second_launcher_exit},
                           {"launcher_blocked_ms", Measured(report.launcher_blocked_ms)},
-                          {"posted", posted},
+                          {"posted", report.post_ns != 0},
                           {"post_to_exit_ms", Measured(report.post_to_exit_ms)},
                           {"installer_gone_to_exit_ms", Measured(report.installer_gone_to_exit_ms)},
                           {"post_ns", report.post_ns}});
     return;
   }
-  const std::string after_the_installer =
-      report.installer_gone_to_exit_ms
-          ? Said(report.installer_gone_to_exit_ms,
-                 ("; finished %.3f ms after " + std::string(report.installer_gone)).c_str(), "")
-          : std::string();
   std::printf(
-      "%s: %s (launcher exit %d; %s; %s%s)\n", report.outcome.c_str(), report.detail.c_str(),
+      "%s: %s (launcher exit %d; %s; %s)\n", report.outcome.c_str(), report.detail.c_str(),
       report.launcher_exit,
       Said(report.launcher_blocked_ms, "it waited after %.3f ms", "it never waited").c_str(),
-      posted ? Said(report.post_to_exit_ms, "finished %.3f ms after the post", "no post was timed")
-                   .c_str()
-             : "not posted",
-      after_the_installer.c_str());
+      EndInWords(report).c_str());
 }
 
 // After the post: how did the launcher end the hand-over?
