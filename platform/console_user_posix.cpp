@@ -1,5 +1,6 @@
 #include "platform/console_user.h"
 
+#include <cstdlib>
 #include <unistd.h>
 
 namespace platform {
@@ -15,9 +16,12 @@ ScopedEffectiveUser::ScopedEffectiveUser(uid_t uid) : saved_uid_(geteuid()) {
 
 ScopedEffectiveUser::~ScopedEffectiveUser() {
   if (switched_) {
-    // Nothing sensible can be done if this fails; the saved set-user-ID
-    // makes it succeed whenever the switch itself did.
-    (void)seteuid(saved_uid_);
+    // The saved set-user-ID makes this succeed whenever the switch itself
+    // did. Should it fail all the same, going on under the user's identity
+    // would be worse than stopping.
+    if (seteuid(saved_uid_) != 0) {
+      std::abort();
+    }
   }
 }
 

@@ -136,10 +136,12 @@ bool MakeLevel(const FolderHandle& parent, const std::string& name, mode_t mode)
   // The owner and group of the parent, where this process may give them;
   // then the mode again, since a change of owner can clear set-id bits.
   // Neither is a failure: the folder exists and serves either way.
-  (void)fchownat(parent.fd(), name.c_str(), parent.info().st_uid, parent.info().st_gid,
-                 AT_SYMLINK_NOFOLLOW);
-  if (inherit) {
-    (void)fchmodat(parent.fd(), name.c_str(), parent_mode, AT_SYMLINK_NOFOLLOW);
+  if (fchownat(parent.fd(), name.c_str(), parent.info().st_uid, parent.info().st_gid,
+               AT_SYMLINK_NOFOLLOW) != 0) {
+    // Not this process's to give; the folder keeps its maker as owner.
+  }
+  if (inherit && fchmodat(parent.fd(), name.c_str(), parent_mode, AT_SYMLINK_NOFOLLOW) != 0) {
+    // The mode asked for at mkdirat, less the umask, stands.
   }
   return true;
 }
@@ -695,7 +697,9 @@ bool ReplaceFileContents(const FolderHandle& folder, const std::string& name,
     const ActAsOwnerOf as_owner(folder);
     written = as_owner.ok();
     if (written) {
-      (void)fchown(file.get(), replaced.st_uid, replaced.st_gid);
+      if (fchown(file.get(), replaced.st_uid, replaced.st_gid) != 0) {
+        // The group is one the owner is not in: the owner's own stays.
+      }
       written = fchmod(file.get(), replaced.st_mode & 07777) == 0;
     }
   }

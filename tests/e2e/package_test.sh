@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # The project as it is installed and packed: `cmake --install` puts the tools,
 # the launcher, manual pages and completion in place; the Debian package
-# builds, lintian finds no error in it, and its tools run once unpacked.
+# builds, lintian finds no error, warning or hardening tag in it, its control
+# fields are complete prose, its programs are hardened, and its tools run once
+# unpacked.
 # Usage: package_test.sh BUILD_DIR VERSION
 set -euo pipefail
 build=$1
@@ -57,11 +59,26 @@ echo "$deb"
 [[ "$(dpkg-deb -f "$deb" Version)" == "$version" ]] || fail "package version"
 dpkg-deb -f "$deb" Depends | grep -q libc6 || fail "no dependency on libc6"
 
-echo "== lintian reports no errors"
-lintian_output=$(lintian "$deb" 2>&1 || true)
+echo "== the control fields"
+recommends=$(dpkg-deb -f "$deb" Recommends)
+for library in libsystemd0 libplist; do
+  grep -q "$library" <<<"$recommends" || fail "Recommends lacks $library: '$recommends'"
+done
+control=$(dpkg-deb -f "$deb")
+if grep -nE '^ ;|@[A-Z_]+@|TODO|FIXME|[Pp]laceholder|[Yy]our [Nn]ame|[Ee]xample\.(com|org)' \
+  <<<"$control"; then
+  fail "a control field holds a stray ';' or placeholder text"
+fi
+grep -q '^Maintainer: OruLauncher ' <<<"$control" || fail "the Maintainer is not the project"
+
+echo "== lintian reports no errors, warnings or hardening tags"
+lintian_output=$(lintian --display-info "$deb" 2>&1 || true)
 echo "$lintian_output"
-if grep -q '^E:' <<<"$lintian_output"; then
-  fail "lintian errors"
+if grep -qE '^(E|W):' <<<"$lintian_output"; then
+  fail "lintian errors or warnings"
+fi
+if grep -q 'hardening-' <<<"$lintian_output"; then
+  fail "lintian hardening tags"
 fi
 
 echo "== the unpacked tools run"
@@ -75,6 +92,17 @@ unpacked="$work/unpacked/usr"
   fail "the unpacked oructl cannot write and read a log"
 [[ -x "$unpacked/libexec/orulauncher/OruLauncher" ]] || fail "the launcher is not executable"
 file "$unpacked/bin/oructl" | grep -q ", stripped" || fail "oructl is not stripped"
+
+echo "== the programs are hardened"
+for program in bin/oructl bin/oru-installer-sim libexec/orulauncher/OruLauncher; do
+  dynamic=$(readelf -d "$unpacked/$program")
+  grep -q 'BIND_NOW' <<<"$dynamic" || fail "$program: no BIND_NOW"
+  grep -q 'Flags: .*PIE' <<<"$dynamic" || fail "$program: not a PIE"
+  readelf -lW "$unpacked/$program" | grep -q GNU_RELRO || fail "$program: no RELRO"
+  symbols=$(readelf --dyn-syms -W "$unpacked/$program")
+  grep -qE ' __[a-z_]+_chk(@|$)' <<<"$symbols" || fail "$program: no fortified (_chk) call"
+  grep -q '__stack_chk_fail' <<<"$symbols" || fail "$program: no stack protector"
+done
 
 echo "$((failures == 0 ? 1 : 0)) passed, $failures failed"
 exit $((failures == 0 ? 0 : 1))
