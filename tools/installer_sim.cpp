@@ -7,7 +7,7 @@
 #include "platform/folders.h"
 #include "platform/paths.h"
 #include "platform/safe_fs.h"
-#include "tools/common/command_line.h"
+#include "tools/common/command_table.h"
 #include "tools/common/handover_trace.h"
 #include "tools/common/json_output.h"
 
@@ -31,47 +31,6 @@ namespace {
 constexpr int kExitOk = 0;
 constexpr int kExitNegative = 1;
 constexpr int kExitError = 2;
-
-const char kUsage[] =
-    "Usage: oru-installer-sim [--launcher PATH] [options]\n"
-    "\n"
-    "Plays the update installer's side of the post-self-update hand-over:\n"
-    "holds \"VelUpdater1_Update_Installer\", starts the launcher at PATH, and,\n"
-    "as the scenario says, posts \"VelUpdater1_Sync_OruLauncherWait\" once the\n"
-    "launcher waits for it. Then reports whether the launcher started Zelto or\n"
-    "handed control back by releasing\n"
-    "\"VelUpdater1_Sync_UpdateInstaller_PostSelfUpdateWait\".\n"
-    "\n"
-    "Scenarios (--scenario NAME):\n"
-    "  post-now       post as soon as the launcher waits (the default)\n"
-    "  post-after     post --post-delay milliseconds after the launcher waits\n"
-    "  never-post     never post; after --timeout report that the launcher is\n"
-    "                 still waiting, then leave and report what it did then\n"
-    "  die-holding    a helper holds the installer lock and is killed while\n"
-    "                 the launcher waits; report how the launcher reacts\n"
-    "  two-launchers  start a second launcher while the first waits; report\n"
-    "                 what each did\n"
-    "\n"
-    "Options:\n"
-    "  --launcher PATH       the launcher executable to start (default: the\n"
-    "                        installed one, " ORU_LAUNCHER_FROM_BIN " from\n"
-    "                        this program's folder)\n"
-    "  --scenario NAME       see above\n"
-    "  --post-delay MS       delay before posting in post-after (default 0)\n"
-    "  --timeout MS          limit on every wait (default 10000)\n"
-    "  --json                report as one JSON object\n"
-    "  --trace FILE          also write the hand-over as Chrome trace-event JSON\n"
-    "                        (Perfetto, chrome://tracing): spans for the\n"
-    "                        installer lock held, launcher start to blocked\n"
-    "                        wait, the wait, post to launcher exit, and Zelto's\n"
-    "                        first instruction (when Zelto reports it beside\n"
-    "                        its executable, as the test app does)\n"
-    "  --help                this text\n"
-    "  --version             the tool's version\n"
-    "\n"
-    "Exit status: 0 the scenario ran and the launcher behaved as the hand-over\n"
-    "protocol requires; 1 it did not (it never waited, did not finish in time,\n"
-    "or failed); 2 usage or error.\n";
 
 struct Options {
   std::string launcher;
@@ -273,6 +232,27 @@ int PostAndJudge(const Options& options, UpdaterLock_Wait& rendezvous, pid_t lau
   return result;
 }
 
+// The launcher waits between its looks at whether the installer still
+// runs; while it looks it is not blocked on the set, so a single look at
+// the set's waiters can catch it between two waits.
+constexpr long kLauncherLookMs = 500;
+
+// Whether `launcher` is alive and blocked on `set` at some moment within
+// twice the launcher's interval between looks.
+bool StillBlockedOn(int set, pid_t launcher) {
+  const long long deadline = NowNs() + 2 * kLauncherLookMs * 1000000LL;
+  while (WaitForExit(launcher, 0) < 0) {
+    if (semctl(set, 0, GETNCNT) >= 1) {
+      return true;
+    }
+    if (NowNs() > deadline) {
+      return false;
+    }
+    Pause(1000);
+  }
+  return false;
+}
+
 // never-post: the launcher must still wait while the installer runs, and
 // give up once the installer is gone.
 int NeverPost(const Options& options, std::unique_ptr<UpdaterLock>& installer,
@@ -281,8 +261,7 @@ int NeverPost(const Options& options, std::unique_ptr<UpdaterLock>& installer,
     return kExitNegative;
   }
   Pause(options.timeout_ms * 1000);
-  const bool still_waiting =
-      WaitForExit(launcher, 0) < 0 && semctl(rendezvous.semaphoreSet(), 0, GETNCNT) >= 1;
+  const bool still_waiting = StillBlockedOn(rendezvous.semaphoreSet(), launcher);
   installer.reset(); // the installer leaves without posting
   const long long left = NowNs();
   report.stamps.lockReleased = left;
@@ -508,7 +487,7 @@ bool ReadMilliseconds(const std::string& text, long& out) {
 
 // A mistake on the command line, said on one line; false.
 bool Usage(const std::string& mistake) {
-  std::fprintf(stderr, "oru-installer-sim: %s (see --help)\n", mistake.c_str());
+  std::fprintf(stderr, "oru-installer-sim: %s (see oru-installer-sim --help)\n", mistake.c_str());
   return false;
 }
 
@@ -563,31 +542,65 @@ bool ReadOptions(const oru_tools::CommandLine& line, Options& options) {
   return true;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-  oru_tools::CommandLine line({{"launcher", true},
-                               {"scenario", true},
-                               {"post-delay", true},
-                               {"timeout", true},
-                               {"json", false},
-                               {"trace", true},
-                               {"version", false}});
-  if (!line.Parse(std::vector<std::string>(argv + 1, argv + argc))) {
-    Usage(line.error());
-    return kExitError;
-  }
-  if (line.Has("help")) {
-    std::fputs(kUsage, stdout);
-    return kExitOk;
-  }
-  if (line.Has("version")) {
-    std::printf("oru-installer-sim %s\n", oru_tools::ProjectVersion());
-    return kExitOk;
-  }
+int RunSimulator(const oru_tools::CommandLine& line) {
   Options options;
   if (!ReadOptions(line, options)) {
     return kExitError;
   }
   return Run(options);
+}
+
+oru_tools::Command SimulatorCommand() {
+  oru_tools::Command command;
+  command.about = "Plays the update installer's side of the post-self-update hand-over:\n"
+                  "holds \"VelUpdater1_Update_Installer\", starts the launcher at PATH, and,\n"
+                  "as the scenario says, posts \"VelUpdater1_Sync_OruLauncherWait\" once the\n"
+                  "launcher waits for it. Then reports whether the launcher started Zelto or\n"
+                  "handed control back by releasing\n"
+                  "\"VelUpdater1_Sync_UpdateInstaller_PostSelfUpdateWait\".";
+  command.options = {{"launcher", '\0', "PATH",
+                      "the launcher executable to start (default: the\n"
+                      "installed one, " ORU_LAUNCHER_FROM_BIN " from\n"
+                      "this program's folder)",
+                      oru_tools::Completer::Files()},
+                     {"scenario", '\0', "NAME", "see Scenarios below (default post-now)",
+                      oru_tools::Completer::Words(kScenarios)},
+                     {"post-delay", '\0', "MS", "delay before posting in post-after (default 0)"},
+                     {"timeout", '\0', "MS", "limit on every wait (default 10000)"},
+                     {"json", '\0', "", "report as one JSON object"},
+                     {"trace", '\0', "FILE",
+                      "also write the hand-over as Chrome trace-event JSON\n"
+                      "(Perfetto, chrome://tracing): spans for the\n"
+                      "installer lock held, launcher start to blocked\n"
+                      "wait, the wait, post to launcher exit, and Zelto's\n"
+                      "first instruction (when Zelto reports it beside\n"
+                      "its executable, as the test app does)",
+                      oru_tools::Completer::Files()}};
+  command.details = "Scenarios:\n"
+                    "  post-now       post as soon as the launcher waits (the default)\n"
+                    "  post-after     post --post-delay milliseconds after the launcher waits\n"
+                    "  never-post     never post; after --timeout report that the launcher is\n"
+                    "                 still waiting, then leave and report what it did then\n"
+                    "  die-holding    a helper holds the installer lock and is killed while\n"
+                    "                 the launcher waits; report how the launcher reacts\n"
+                    "  two-launchers  start a second launcher while the first waits; report\n"
+                    "                 what each did";
+  command.run = &RunSimulator;
+  return command;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+  const oru_tools::Tool tool(
+      {"oru-installer-sim",
+       "",
+       {SimulatorCommand()},
+       {{"Examples", "$ oru-installer-sim\n"
+                     "$ oru-installer-sim --scenario two-launchers --trace handover.json\n"
+                     "$ oru-installer-sim --scenario never-post --timeout 2000 --json"},
+        {"Exit status", "0 the scenario ran and the launcher behaved as the hand-over protocol\n"
+                        "requires; 1 it did not (it never waited, did not finish in time, or\n"
+                        "failed); 2 usage or error."}}});
+  return tool.Main(std::vector<std::string>(argv + 1, argv + argc));
 }

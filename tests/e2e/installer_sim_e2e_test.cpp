@@ -249,7 +249,7 @@ TEST_F(InstallerSimTest, EachMistakeIsOneExactLineAndExitTwoBeforeAnythingStarts
         oru_testing::StartProgram(ORU_INSTALLER_SIM, arguments, -1, -1, errors.fd());
     EXPECT_EQ(oru_testing::ReadAll(sim), "");
     EXPECT_EQ(oru_testing::FinishProgram(sim), 2) << said;
-    EXPECT_EQ(errors.Text(), "oru-installer-sim: " + said + " (see --help)\n");
+    EXPECT_EQ(errors.Text(), "oru-installer-sim: " + said + " (see oru-installer-sim --help)\n");
     EXPECT_FALSE(e2e::SetExists(UpdaterLockKey(kUpdateInstallerKey))) << said;
   }
 }

@@ -580,6 +580,24 @@ TEST_F(OructlTest, OptionsAreReadTheSameWayByEveryCommand) {
   EXPECT_EQ(Oructl({"prefs", "get", "DisplayLang"}).output, "--json\n");
 }
 
+// The surface is one table: "help CMD" is CMD's own help, a command's help
+// shows its subcommands' options, and completion offers what parsing takes.
+TEST_F(OructlTest, HelpUsageAndCompletionComeFromTheSameTable) {
+  const Result asked = Oructl({"help", "log"});
+  EXPECT_EQ(asked.exit_code, 0);
+  EXPECT_EQ(asked.output, Oructl({"log", "--help"}).output);
+  EXPECT_EQ(asked.output.rfind("Usage: oructl log ", 0), 0u) << asked.output;
+  EXPECT_NE(asked.output.find("oructl log write [--file PATH] [--level NAME] [--tag TEXT]"),
+            std::string::npos)
+      << asked.output;
+  EXPECT_EQ(Oructl({"--complete", "prefs", "reset", "--"}).output, "words\n--all\n--help\n");
+  EXPECT_EQ(Oructl({"--complete", "log", "write", "--t"}).output, "words\n--tag\n");
+  EXPECT_EQ(Oructl({"--complete", "log", "--file", ""}).output, "files\n");
+  const std::string keys = Oructl({"--complete", "prefs", "get", "LogL"}).output;
+  EXPECT_EQ(keys, "words\nLogLevel\n");
+  EXPECT_EQ(Oructl({"help", "nothing"}).exit_code, 2);
+}
+
 TEST_F(OructlTest, EveryCommandHasAManual) {
   for (const char* command : {"status", "explain", "doctor", "prefs", "unlock-prefs", "log"}) {
     const Result help = Oructl({command, "--help"});

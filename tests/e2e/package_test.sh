@@ -38,16 +38,22 @@ for page in "$installed"/usr/share/man/man1/*.1.gz; do
     [[ "$page" != *oructl.1.gz ]] || fail "oructl's page does not describe log write"
 done
 
-echo "== the completion completes"
+echo "== the completion completes, asking the installed tool"
 completions="$installed/usr/share/bash-completion/completions"
-said=$(bash -c 'source "$1"; COMP_WORDS=(oructl lo); COMP_CWORD=1; _oructl; echo "${COMPREPLY[*]}"' \
-  _ "$completions/oructl")
+complete_with() {
+  local script=$1 function=$2
+  shift 2
+  bash -c 'source "$1"; COMP_WORDS=("${@:3}"); COMP_CWORD=$(($# - 3)); "$2";
+           echo "${COMPREPLY[*]}"' _ "$script" "$function" "$@" 2>/dev/null | tail -1
+}
+said=$(complete_with "$completions/oructl" _oructl "$installed/usr/bin/oructl" lo)
 [[ "$said" == "log" ]] || fail "oructl lo<TAB> gave '$said'"
-said=$(bash -c 'source "$1"; COMP_WORDS=(oructl log --level W); COMP_CWORD=3; _oructl; echo "${COMPREPLY[*]}"' \
-  _ "$completions/oructl")
+said=$(complete_with "$completions/oructl" _oructl "$installed/usr/bin/oructl" log --level W)
 [[ "$said" == "WARN" ]] || fail "oructl log --level W<TAB> gave '$said'"
-said=$(bash -c 'source "$1"; COMP_WORDS=(oru-installer-sim --scenario two); COMP_CWORD=2; _oru_installer_sim; echo "${COMPREPLY[*]}"' \
-  _ "$completions/oru-installer-sim")
+said=$(complete_with "$completions/oructl" _oructl "$installed/usr/bin/oructl" prefs reset --a)
+[[ "$said" == "--all" ]] || fail "oructl prefs reset --a<TAB> gave '$said'"
+said=$(complete_with "$completions/oru-installer-sim" _oru_installer_sim \
+  "$installed/usr/bin/oru-installer-sim" --scenario two)
 [[ "$said" == "two-launchers" ]] || fail "--scenario two<TAB> gave '$said'"
 
 echo "== the Debian package builds"
@@ -92,6 +98,9 @@ unpacked="$work/unpacked/usr"
   fail "the unpacked oructl cannot write and read a log"
 [[ -x "$unpacked/libexec/orulauncher/OruLauncher" ]] || fail "the launcher is not executable"
 file "$unpacked/bin/oructl" | grep -q ", stripped" || fail "oructl is not stripped"
+
+echo "== every command's options are the same in help, synopsis, manual and completion"
+bash "$(dirname "$0")/command_surface.sh" "$work/unpacked" || fail "the command surface differs"
 
 echo "== the programs are hardened"
 for program in bin/oructl bin/oru-installer-sim libexec/orulauncher/OruLauncher; do

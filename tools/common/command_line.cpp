@@ -35,6 +35,22 @@ std::string Unmarked(const char* text) {
   return text[0] == kWordMark ? std::string(text + 1) : std::string(text);
 }
 
+// getopt_long's tables for `options`: long option N reports 256 + N.
+void GetoptTables(const std::vector<OptionSpec>& options, std::vector<struct option>& table,
+                  std::string& short_options) {
+  short_options = "-:h";
+  for (size_t index = 0; index < options.size(); ++index) {
+    table.push_back({options[index].name.c_str(),
+                     options[index].takesValue ? required_argument : no_argument, nullptr,
+                     static_cast<int>(256 + index)});
+    if (options[index].shortName) {
+      short_options += options[index].shortName;
+      short_options += options[index].takesValue ? ":" : "";
+    }
+  }
+  table.push_back({nullptr, 0, nullptr, 0});
+}
+
 } // namespace
 
 CommandLine::CommandLine(std::vector<OptionSpec> options) : options_(std::move(options)) {
@@ -57,17 +73,8 @@ bool CommandLine::Parse(const std::vector<std::string>& arguments) {
   }
   argv.push_back(nullptr);
   std::vector<struct option> table;
-  std::string short_options = "-:h";
-  for (size_t index = 0; index < options_.size(); ++index) {
-    table.push_back({options_[index].name.c_str(),
-                     options_[index].takesValue ? required_argument : no_argument, nullptr,
-                     static_cast<int>(256 + index)});
-    if (options_[index].shortName) {
-      short_options += options_[index].shortName;
-      short_options += options_[index].takesValue ? ":" : "";
-    }
-  }
-  table.push_back({nullptr, 0, nullptr, 0});
+  std::string short_options;
+  GetoptTables(options_, table, short_options);
   std::vector<std::string> known;
   for (const OptionSpec& option : options_) {
     known.push_back("--" + option.name);

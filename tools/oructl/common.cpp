@@ -1,7 +1,6 @@
-#include "tools/oructl/oructl.h"
-
 #include "platform/safe_fs.h"
 #include "tools/oructl/ipc_state.h"
+#include "tools/oructl/oructl.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -14,24 +13,28 @@ int Fail(const std::string& message) {
   return kError;
 }
 
-bool BeginCommand(const Arguments& arguments, const char* usage,
-                  std::vector<oru_tools::OptionSpec> options, oru_tools::CommandLine& line,
-                  int& status) {
-  line = oru_tools::CommandLine(std::move(options));
-  if (!line.Parse(arguments)) {
-    status = Fail(line.error() + " (see --help)");
-    return false;
-  }
-  if (line.Has("help")) {
-    std::fputs(usage, stdout);
-    status = kOk;
-    return false;
-  }
-  return true;
+oru_tools::Option JsonOption() {
+  return {"json", '\0', "", "as JSON"};
 }
 
-int FailUnexpected(const oru_tools::CommandLine& line, const char* command) {
-  return Fail("unexpected '" + line.words().front() + "' (see oructl " + command + " --help)");
+oru_tools::Option FileOption() {
+  return {"file", '\0', "PATH", "the log at PATH instead of the updater's",
+          oru_tools::Completer::Files()};
+}
+
+oru_tools::Option NoPagerOption() {
+  return {"no-pager", '\0', "", "never page the output"};
+}
+
+oru_tools::Option LevelFilterOption() {
+  return {
+      "level", '\0', "NAME",
+      "only records at NAME or above (TRACE DEBUG INFO WARN\nERROR FATAL NONE)",
+      oru_tools::Completer::Words({"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL", "NONE"})};
+}
+
+oru_tools::Completer TimeCompleter() {
+  return oru_tools::Completer::Words({"now", "today", "yesterday", "tomorrow", "-1h", "-1d"});
 }
 
 std::string LogToRead(const oru_tools::CommandLine& line, int& status) {

@@ -26,21 +26,6 @@ namespace oructl {
 
 namespace {
 
-const char kUsage[] = "Usage: oructl doctor [--json]\n"
-                      "\n"
-                      "Checks the known causes of a failed hand-over and prints each with its\n"
-                      "state and, for a fault, the fix:\n"
-                      "  - room for the hand-over's System V semaphore sets\n"
-                      "  - the preferences folder and file: present, writable, parsing\n"
-                      "  - the log file's folder and file: writable\n"
-                      "  - Zelto: present and executable\n"
-                      "  - free space for a preferences save and for setting the log aside\n"
-                      "  - a preferences lock that blocks every change (left by a process that\n"
-                      "    died, or held past the writers' wait by a program that keeps no\n"
-                      "    holder record), or a post nobody took\n"
-                      "\n"
-                      "Exit status: 0 healthy; 1 faults found; 2 error.\n";
-
 struct Check {
   std::string name;
   bool ok;
@@ -209,17 +194,7 @@ Check StaleLocks(const std::string& prefs_path) {
   return {"locks", true, "no stale lock", ""};
 }
 
-} // namespace
-
-int DoctorCommand(const Arguments& given) {
-  oru_tools::CommandLine line({});
-  int status = kOk;
-  if (!BeginCommand(given, kUsage, {{"json", false}}, line, status)) {
-    return status;
-  }
-  if (!line.words().empty()) {
-    return FailUnexpected(line, "doctor");
-  }
+int RunDoctor(const oru_tools::CommandLine& line) {
   const bool json = line.Has("json");
   const std::string prefs_path = UpdaterPrefsPath();
   const std::string log_path = UpdaterLogPath();
@@ -242,6 +217,28 @@ int DoctorCommand(const Arguments& given) {
     std::fputs(out.c_str(), stdout);
   }
   return healthy ? kOk : kNegative;
+}
+
+} // namespace
+
+oru_tools::Command DoctorCommand() {
+  oru_tools::Command command;
+  command.name = "doctor";
+  command.summary = "checks the known causes of a failed hand-over";
+  command.about = "Checks the known causes of a failed hand-over and prints each with its\n"
+                  "state and, for a fault, the fix:\n"
+                  "  - room for the hand-over's System V semaphore sets\n"
+                  "  - the preferences folder and file: present, writable, parsing\n"
+                  "  - the log file's folder and file: writable\n"
+                  "  - Zelto: present and executable\n"
+                  "  - free space for a preferences save and for setting the log aside\n"
+                  "  - a preferences lock that blocks every change (left by a process that\n"
+                  "    died, or held past the writers' wait by a program that keeps no\n"
+                  "    holder record), or a post nobody took";
+  command.options = {JsonOption()};
+  command.details = "Exit status: 0 healthy; 1 faults found; 2 error.";
+  command.run = &RunDoctor;
+  return command;
 }
 
 } // namespace oructl

@@ -20,56 +20,6 @@ namespace {
 
 constexpr long kFollowStartRecords = 10;
 
-const char kUsage[] =
-    "Usage: oructl log [--file PATH] [-n N] [-f] [--level NAME] [--field TEXT]\n"
-    "                  [--thread ID] [--pid PID] [--since TIME] [--until TIME]\n"
-    "                  [--no-pager] [--json]\n"
-    "       oructl log sessions [--file PATH] [--timeline] [--json]\n"
-    "       oructl log write [--file PATH] [--level NAME] [MESSAGE...]\n"
-    "\n"
-    "Reads the updater log (the preference LogFile, or PATH) together with its\n"
-    "rotated copies, oldest first, as records: time, level, six fields, thread\n"
-    "and message. The log is read as it streams, in the memory of a few records.\n"
-    "\n"
-    "  -n, --lines N   only the last N records (that pass the filters), read\n"
-    "                  from the end of the log\n"
-    "  -f, --follow    print the last 10 records (or the last N of -n), then\n"
-    "                  each new one as it is written, across rotations, until\n"
-    "                  interrupted\n"
-    "  --level NAME    only records at NAME or above (TRACE DEBUG INFO WARN\n"
-    "                  ERROR FATAL NONE)\n"
-    "  --field TEXT    only records with a field equal to TEXT\n"
-    "  --thread ID     only records of that thread\n"
-    "  --pid PID       only records of that process: the log names the writing\n"
-    "                  thread, which for a process's main thread (the only one\n"
-    "                  the launcher has) is the process id\n"
-    "  --since TIME    only records at or after TIME\n"
-    "  --until TIME    only records at or before TIME\n"
-    "  --no-pager      never page the output\n"
-    "  --json          records as JSON: one array, one record a line; with\n"
-    "                  --follow, one object a line (JSON Lines), as the stream\n"
-    "                  has no end\n"
-    "\n"
-    "TIME is local time unless it names its zone: \"2026-11-22\",\n"
-    "\"2026-11-22T10:00[:00]\" (or a blank for \"T\"), optionally with \"Z\" or\n"
-    "\"+01:00\"; \"now\", \"today\", \"yesterday\", \"tomorrow\"; \"-2h\", \"+30m\", \"-1d\",\n"
-    "\"-90s\", \"-1w\" from now; or \"MM/DD/YY HH:MM:SS\" as the log writes it.\n"
-    "\n"
-    "On a terminal, records are coloured by level (unless NO_COLOR is set) and\n"
-    "the output goes through $PAGER (less, with LESS=FRX when unset).\n"
-    "\n"
-    "\"log sessions\" splits the records into launcher runs by process, and\n"
-    "flags a run whose last record is not the log's end banner as unfinished;\n"
-    "--timeline draws each run's phases with their durations.\n"
-    "\n"
-    "\"log write\" appends records through the logging library, under the log's\n"
-    "lock: the MESSAGE words as one record, or one record per line of standard\n"
-    "input. --level is INFO unless given.\n"
-    "\n"
-    "Exit status: 0 done (sessions: every run finished); 1 a log named with\n"
-    "--file that is not there, or (sessions) some run is unfinished; 2 usage,\n"
-    "an unreadable log, or a line that is no log line.\n";
-
 struct Filters {
   int level = -1;
   std::string field;
@@ -244,35 +194,8 @@ int PrintRecords(const std::string& file, const Filters& filters, long count, bo
   return kOk;
 }
 
-} // namespace
-
-int LogCommand(const Arguments& given) {
-  if (!given.empty() && given[0] == "write") {
-    return LogWriteCommand(Arguments(given.begin() + 1, given.end()));
-  }
-  if (!given.empty() && given[0] == "sessions") {
-    return LogSessionsCommand(Arguments(given.begin() + 1, given.end()));
-  }
-  oru_tools::CommandLine line({});
+int RunLog(const oru_tools::CommandLine& line) {
   int status = kOk;
-  if (!BeginCommand(given, kUsage,
-                    {{"json", false},
-                     {"file", true},
-                     {"lines", true, 'n'},
-                     {"follow", false, 'f'},
-                     {"level", true},
-                     {"field", true},
-                     {"thread", true},
-                     {"pid", true},
-                     {"since", true},
-                     {"until", true},
-                     {"no-pager", false}},
-                    line, status)) {
-    return status;
-  }
-  if (!line.words().empty()) {
-    return FailUnexpected(line, "log");
-  }
   Filters filters;
   long count = -1;
   if (!ReadFilters(line, filters) || !ReadCount(line, count)) {
@@ -296,6 +219,52 @@ int LogCommand(const Arguments& given) {
     pager.Start();
   }
   return PrintRecords(file, filters, count, follow, printer, json);
+}
+
+} // namespace
+
+oru_tools::Command LogCommand() {
+  oru_tools::Command command;
+  command.name = "log";
+  command.summary = "reads the updater log as records, from the end or as it grows";
+  command.about = "Reads the updater log (the preference LogFile, or PATH) together with its\n"
+                  "rotated copies, oldest first, as records: time, level, six fields, thread\n"
+                  "and message. The log is read as it streams, in the memory of a few records.";
+  command.options = {
+      FileOption(),
+      {"lines", 'n', "N",
+       "only the last N records (that pass the filters), read\nfrom the end of the log"},
+      {"follow", 'f', "",
+       "print the last 10 records (or the last N of -n), then\n"
+       "each new one as it is written, across rotations, until\n"
+       "interrupted"},
+      LevelFilterOption(),
+      {"field", '\0', "TEXT", "only records with a field equal to TEXT"},
+      {"thread", '\0', "ID", "only records of that thread"},
+      {"pid", '\0', "PID",
+       "only records of that process: the log names the writing\n"
+       "thread, which for a process's main thread (the only one\n"
+       "the launcher has) is the process id"},
+      {"since", '\0', "TIME", "only records at or after TIME", TimeCompleter()},
+      {"until", '\0', "TIME", "only records at or before TIME", TimeCompleter()},
+      NoPagerOption(),
+      {"json", '\0', "",
+       "records as JSON: one array, one record a line; with\n"
+       "--follow, one object a line (JSON Lines), as the stream\n"
+       "has no end"}};
+  command.details =
+      "TIME is local time unless it names its zone: \"2026-11-22\",\n"
+      "\"2026-11-22T10:00[:00]\" (or a blank for \"T\"), optionally with \"Z\" or\n"
+      "\"+01:00\"; \"now\", \"today\", \"yesterday\", \"tomorrow\"; \"-2h\", \"+30m\", \"-1d\",\n"
+      "\"-90s\", \"-1w\" from now; or \"MM/DD/YY HH:MM:SS\" as the log writes it.\n"
+      "\n"
+      "On a terminal, records are coloured by level (unless NO_COLOR is set) and\n"
+      "the output goes through $PAGER (less, with LESS=FRX when unset).\n"
+      "\n"
+      "Exit status: 0 done; 1 a log named with --file that is not there; 2 usage,\n"
+      "an unreadable log, or a line that is no log line.";
+  command.run = &RunLog;
+  return command;
 }
 
 } // namespace oructl

@@ -17,21 +17,6 @@ namespace oructl {
 
 namespace {
 
-const char kUsage[] = "Usage: oructl log sessions [--file PATH] [--timeline] [--json]\n"
-                      "\n"
-                      "Splits the updater log (the preference LogFile, or PATH, with its rotated\n"
-                      "copies) into launcher runs by process, and flags a run whose last record\n"
-                      "is not the log's end banner as unfinished. Only the updater's own records\n"
-                      "(second field \"UPDATER\") make runs.\n"
-                      "\n"
-                      "  --timeline  draws each run's phases with their durations: start-up (to\n"
-                      "              the wait for the installer), waiting for the installer, and\n"
-                      "              the hand-over after it\n"
-                      "\n"
-                      "Exit status: 0 every run finished; 1 some run is unfinished, or a log\n"
-                      "named with --file is not there; 2 usage, an unreadable log, or a line\n"
-                      "that is no log line.\n";
-
 constexpr int64_t kSameRunGapSeconds = 60;
 constexpr int kBarWidth = 40;
 
@@ -158,18 +143,8 @@ std::string SessionText(const Session& session, bool timeline) {
   return timeline ? out + Timeline(session) : out;
 }
 
-} // namespace
-
-int LogSessionsCommand(const Arguments& given) {
-  oru_tools::CommandLine line({});
+int RunLogSessions(const oru_tools::CommandLine& line) {
   int status = kOk;
-  if (!BeginCommand(given, kUsage, {{"json", false}, {"file", true}, {"timeline", false}}, line,
-                    status)) {
-    return status;
-  }
-  if (!line.words().empty()) {
-    return FailUnexpected(line, "log sessions");
-  }
   const std::string file = LogToRead(line, status);
   if (file.empty()) {
     return status;
@@ -203,6 +178,29 @@ int LogSessionsCommand(const Arguments& given) {
     oru_tools::PrintJson(listed);
   }
   return unfinished == 0 ? kOk : kNegative;
+}
+
+} // namespace
+
+oru_tools::Command LogSessionsCommand() {
+  oru_tools::Command command;
+  command.name = "log sessions";
+  command.summary = "splits the log into launcher runs and their phases";
+  command.about = "Splits the updater log (the preference LogFile, or PATH, with its rotated\n"
+                  "copies) into launcher runs by process, and flags a run whose last record\n"
+                  "is not the log's end banner as unfinished. Only the updater's own records\n"
+                  "(second field \"UPDATER\") make runs.";
+  command.options = {FileOption(),
+                     {"timeline", '\0', "",
+                      "draws each run's phases with their durations: start-up (to\n"
+                      "the wait for the installer), waiting for the installer, and\n"
+                      "the hand-over after it"},
+                     JsonOption()};
+  command.details = "Exit status: 0 every run finished; 1 some run is unfinished, or a log\n"
+                    "named with --file is not there; 2 usage, an unreadable log, or a line\n"
+                    "that is no log line.";
+  command.run = &RunLogSessions;
+  return command;
 }
 
 } // namespace oructl

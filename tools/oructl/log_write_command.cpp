@@ -17,24 +17,6 @@ namespace oructl {
 
 namespace {
 
-const char kUsage[] =
-    "Usage: oructl log write [--file PATH] [--level NAME] [--tag TEXT] [MESSAGE...]\n"
-    "\n"
-    "Appends records to the updater log (the preference LogFile, or PATH)\n"
-    "through the logging library, under the log's cross-process lock and with\n"
-    "its rotation: the MESSAGE words, joined by blanks, as one record, or\n"
-    "without them one record per line of standard input.\n"
-    "\n"
-    "  --level NAME  the records' level: TRACE DEBUG INFO WARN ERROR FATAL\n"
-    "                (default INFO)\n"
-    "  --tag TEXT    the records' second field, which names the program that\n"
-    "                wrote them (default \"oructl\"; the launcher's is\n"
-    "                \"UPDATER\", and only those records make launcher runs)\n"
-    "\n"
-    "Exit status: 0 every record written; 2 usage, a log that cannot be\n"
-    "opened, or a record that could not be written (each such record is\n"
-    "absent from the log, never cut short).\n";
-
 const char kTargetName[] = "ORUCTL-WRITE";
 
 // The log target of this command, registered while it lives.
@@ -79,15 +61,7 @@ void Write(int32_t level, const std::string& tag, const std::string& message) {
                                      message.c_str(), 0);
 }
 
-} // namespace
-
-int LogWriteCommand(const Arguments& given) {
-  oru_tools::CommandLine line({});
-  int status = kOk;
-  if (!BeginCommand(given, kUsage, {{"file", true}, {"level", true}, {"tag", true}}, line,
-                    status)) {
-    return status;
-  }
+int RunLogWrite(const oru_tools::CommandLine& line) {
   const std::string level_name = line.Has("level") ? line.Value("level") : "INFO";
   const int32_t level = oobe::LevelOfName(level_name);
   if (level < oobe::kLevelTrace || level > oobe::kLevelFatal) {
@@ -122,6 +96,34 @@ int LogWriteCommand(const Arguments& given) {
   }
   std::free(text);
   return target.Finish(records);
+}
+
+} // namespace
+
+oru_tools::Command LogWriteCommand() {
+  oru_tools::Command command;
+  command.name = "log write";
+  command.wordsText = "[MESSAGE...]";
+  command.maxWords = oru_tools::kAnyNumberOfWords;
+  command.summary = "appends records to the log, as logger(1) does";
+  command.about = "Appends records to the updater log (the preference LogFile, or PATH)\n"
+                  "through the logging library, under the log's cross-process lock and with\n"
+                  "its rotation: the MESSAGE words, joined by blanks, as one record, or\n"
+                  "without them one record per line of standard input.";
+  command.options = {
+      FileOption(),
+      {"level", '\0', "NAME",
+       "the records' level: TRACE DEBUG INFO WARN ERROR FATAL\n(default INFO)",
+       oru_tools::Completer::Words({"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL"})},
+      {"tag", '\0', "TEXT",
+       "the records' second field, which names the program that\n"
+       "wrote them (default \"oructl\"; the launcher's is\n"
+       "\"UPDATER\", and only those records make launcher runs)"}};
+  command.details = "Exit status: 0 every record written; 2 usage, a log that cannot be\n"
+                    "opened, or a record that could not be written (each such record is\n"
+                    "absent from the log, never cut short).";
+  command.run = &RunLogWrite;
+  return command;
 }
 
 } // namespace oructl

@@ -4,7 +4,7 @@
 #ifndef ORU_TOOLS_ORUCTL_ORUCTL_H
 #define ORU_TOOLS_ORUCTL_ORUCTL_H
 
-#include "tools/common/command_line.h"
+#include "tools/common/command_table.h"
 
 #include <string>
 #include <vector>
@@ -15,29 +15,29 @@ constexpr int kOk = 0;
 constexpr int kNegative = 1; // a negative answer: not running, faults found
 constexpr int kError = 2;    // usage or error
 
-using Arguments = std::vector<std::string>;
+// Each command's entry in the tool's table: its name, texts, options and
+// what runs it.
+oru_tools::Command StatusCommand();
+oru_tools::Command ExplainCommand();
+oru_tools::Command DoctorCommand();
+std::vector<oru_tools::Command> PrefsCommands(); // the group and its actions
+oru_tools::Command UnlockPrefsCommand();
+oru_tools::Command LogCommand();
+oru_tools::Command LogSessionsCommand();
+oru_tools::Command LogWriteCommand();
 
-// Each takes the words after its name; --help prints its manual.
-int StatusCommand(const Arguments& arguments);
-int ExplainCommand(const Arguments& arguments);
-int DoctorCommand(const Arguments& arguments);
-int PrefsCommand(const Arguments& arguments);
-int UnlockPrefsCommand(const Arguments& arguments);
-int LogCommand(const Arguments& arguments);
-int LogSessionsCommand(const Arguments& arguments);
-int LogWriteCommand(const Arguments& arguments);
+// The tool's own sections of its --help: files, environment, examples.
+std::vector<oru_tools::HelpSection> HelpSections();
 
 // A one-line error on standard error; returns kError.
 int Fail(const std::string& message);
 
-// The start of every command: reads `arguments` with `options` (and
-// --help, -h); --help prints `usage`. True when the command goes on;
-// otherwise `status` is what to return.
-bool BeginCommand(const Arguments& arguments, const char* usage,
-                  std::vector<oru_tools::OptionSpec> options, oru_tools::CommandLine& line,
-                  int& status);
-// The error for words a command does not take.
-int FailUnexpected(const oru_tools::CommandLine& line, const char* command);
+// Options that several commands take, said the same way by each.
+oru_tools::Option JsonOption();
+oru_tools::Option FileOption();
+oru_tools::Option NoPagerOption();
+oru_tools::Option LevelFilterOption();
+oru_tools::Completer TimeCompleter();
 
 // The log a command reads: the one named by --file, or the updater's. A
 // log named on the command line must be there (a typo is no empty log):

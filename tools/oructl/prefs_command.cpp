@@ -21,52 +21,6 @@ namespace oructl {
 
 namespace {
 
-const char kPrefsUsage[] =
-    "Usage: oructl prefs list [--json] [--no-pager]\n"
-    "       oructl prefs keys\n"
-    "       oructl prefs get KEY [--json]\n"
-    "       oructl prefs set KEY VALUE\n"
-    "       oructl prefs reset KEY | --all\n"
-    "\n"
-    "Reads and writes the updater preferences (NuvexUpdaterPrefs.dat in the\n"
-    "user's updater folder) under the preferences lock that every process of\n"
-    "the updater takes. Values are typed by the key table: bools are 1 or 0,\n"
-    "ints and unsigned numbers are decimal, strings are taken as they are, and\n"
-    "maps are written KEY=VALUE,KEY=VALUE (bool maps take 1 or 0).\n"
-    "\n"
-    "  list     every key with its type and value; [default] marks a scalar\n"
-    "           that holds its default; on a terminal through $PAGER, as\n"
-    "           oructl log (--no-pager: never)\n"
-    "  keys     the key table: every key, its type and its default\n"
-    "  get      one value\n"
-    "  set      stores a value, which must convert to the key's type\n"
-    "  reset    gives one key its default (an empty map), or with --all deletes\n"
-    "           the file so that every key starts from its default\n"
-    "\n"
-    "list and get only look: they read the file once, take no lock and make,\n"
-    "change or move nothing. set and reset work under the lock; for them a\n"
-    "preferences file that does not parse is moved aside (to\n"
-    "NuvexUpdaterPrefs.dat.corrupt-YYYYmmdd-HHMMSS, the newest three kept) and\n"
-    "every key starts from its default; a note on standard error says so.\n"
-    "\n"
-    "Exit status: 0 done; 2 unknown key, value of the wrong type, a preferences\n"
-    "file that does not parse (list, get), cannot be read or is past the\n"
-    "reader's limits, or a lock that could not be had. Nothing on disk changes\n"
-    "when the answer is 2.\n";
-
-const char kUnlockUsage[] =
-    "Usage: oructl unlock-prefs --force\n"
-    "\n"
-    "Removes the preferences lock (a POSIX named semaphore derived from the\n"
-    "preferences file's path). Processes of this updater record who holds it\n"
-    "(NuvexUpdaterPrefs.dat.holder) and remove the lock of a dead holder by\n"
-    "themselves; a program that keeps no record and dies holding it leaves it\n"
-    "for ever, and then every process fails to read or write the preferences.\n"
-    "Refused while the recorded holder is alive.\n"
-    "\n"
-    "Exit status: 0 a lock was removed; 1 there was none; 2 usage, or the\n"
-    "recorded holder is alive.\n";
-
 using Slot = esd::UpdaterPrefSlot;
 
 // The preferences lock of `path` could not be had: who holds it, as status
@@ -258,13 +212,13 @@ int Get(const Slot& slot, esd::PrefsSnapshot& stored, bool json) {
   return kOk;
 }
 
-// list and get: looks only.
-int Look(const std::string& action, const Arguments& arguments, bool json) {
+// list and get: looks only. Without a key, lists every key.
+int Look(const std::string* key, bool json) {
   const std::unique_ptr<NuvexUpdaterPrefs> table =
       NuvexUpdaterPrefs::Unopened(UpdaterPrefsFolder());
   const Slot* slot = nullptr;
-  if (action == "get" && !(slot = FindSlot(*table, arguments[1]))) {
-    return Fail("unknown preference key '" + arguments[1] + "' (see oructl prefs keys)");
+  if (key && !(slot = FindSlot(*table, *key))) {
+    return Fail("unknown preference key '" + *key + "' (see oructl prefs keys)");
   }
   int status = kOk;
   const std::unique_ptr<esd::PrefsSnapshot> stored = LookAtPrefs(UpdaterPrefsPath(), status);
@@ -286,76 +240,81 @@ int Keys(const NuvexUpdaterPrefs& prefs) {
   return kOk;
 }
 
-} // namespace
+int RunPrefsList(const oru_tools::CommandLine& line) {
+  oru_tools::Pager pager;
+  if (!line.Has("no-pager")) {
+    pager.Start();
+  }
+  return Look(nullptr, line.Has("json"));
+}
 
-int PrefsCommand(const Arguments& given) {
-  oru_tools::CommandLine line({});
-  int status = kOk;
-  if (!BeginCommand(given, kPrefsUsage, {{"json", false}, {"all", false}, {"no-pager", false}},
-                    line, status)) {
-    return status;
-  }
-  const bool json = line.Has("json");
-  Arguments arguments = line.words();
-  if (arguments.empty()) {
-    return Fail("prefs needs list, get, set or reset (see oructl prefs --help)");
-  }
-  const std::string action = arguments[0];
-  const bool known_action = action == "list" || action == "get" || action == "set" ||
-                            action == "reset" || action == "keys";
-  if (!known_action) {
-    return Fail("unknown prefs action '" + action + "'" +
-                oru_tools::DidYouMean(action, {"list", "get", "set", "reset", "keys"}) +
-                " (see oructl prefs --help)");
-  }
-  const bool all = line.Has("all");
-  if (all && action != "reset") {
-    return Fail("--all goes with reset only (see oructl prefs --help)");
-  }
-  const size_t expected = action == "list" || action == "keys" || all ? 1 : action == "set" ? 3 : 2;
-  if (arguments.size() != expected) {
-    return Fail("wrong number of arguments for prefs " + action + " (see oructl prefs --help)");
-  }
-  if (action == "keys") {
-    return Keys(*NuvexUpdaterPrefs::Unopened(UpdaterPrefsFolder()));
-  }
-  if (action == "list" || action == "get") {
-    oru_tools::Pager pager;
-    if (action == "list" && !line.Has("no-pager")) {
-      pager.Start();
-    }
-    return Look(action, arguments, json);
-  }
-  NuvexUpdaterPrefs* prefs = OpenPrefs(status);
+int RunPrefsKeys(const oru_tools::CommandLine&) {
+  return Keys(*NuvexUpdaterPrefs::Unopened(UpdaterPrefsFolder()));
+}
+
+int RunPrefsGet(const oru_tools::CommandLine& line) {
+  return Look(&line.words()[0], line.Has("json"));
+}
+
+// The preferences opened for a change, and the slot of `key` in them; null
+// with the error said when either cannot be had.
+Slot* SlotToChange(const std::string& key, NuvexUpdaterPrefs*& prefs, int& status) {
+  prefs = OpenPrefs(status);
   if (!prefs) {
-    return status;
+    return nullptr;
   }
+  Slot* slot = FindSlot(*prefs, key);
+  if (!slot) {
+    status = Fail("unknown preference key '" + key + "' (see oructl prefs keys)");
+  }
+  return slot;
+}
+
+int RunPrefsSet(const oru_tools::CommandLine& line) {
+  int status = kOk;
+  NuvexUpdaterPrefs* prefs = nullptr;
+  Slot* slot = SlotToChange(line.words()[0], prefs, status);
+  return slot ? StoreText(*prefs, *slot, line.words()[1]) : status;
+}
+
+int RunPrefsReset(const oru_tools::CommandLine& line) {
+  const bool all = line.Has("all");
+  if (all == !line.words().empty()) {
+    return Fail("prefs reset takes a KEY or --all (see oructl prefs reset --help)");
+  }
+  int status = kOk;
+  NuvexUpdaterPrefs* prefs = nullptr;
   if (all) {
+    prefs = OpenPrefs(status);
+    if (!prefs) {
+      return status;
+    }
     return prefs->DeleteAllPrefs()
                ? kOk
                : Fail("could not reset every preference: " + WhyNotSaved(*prefs));
   }
-  Slot* slot = FindSlot(*prefs, arguments[1]);
+  Slot* slot = SlotToChange(line.words()[0], prefs, status);
   if (!slot) {
-    return Fail("unknown preference key '" + arguments[1] + "' (see oructl prefs keys)");
-  }
-  if (action == "set") {
-    return StoreText(*prefs, *slot, arguments[2]);
+    return status;
   }
   return slot->Reset()
              ? kOk
              : Fail(std::string("could not reset ") + slot->key() + ": " + WhyNotSaved(*prefs));
 }
 
-int UnlockPrefsCommand(const Arguments& given) {
-  oru_tools::CommandLine line({});
-  int status = kOk;
-  if (!BeginCommand(given, kUnlockUsage, {{"force", false}}, line, status)) {
-    return status;
+std::vector<std::string> PrefKeys() {
+  std::vector<std::string> keys;
+  const std::unique_ptr<NuvexUpdaterPrefs> table =
+      NuvexUpdaterPrefs::Unopened(UpdaterPrefsFolder());
+  for (const auto& slot : table->Slots()) {
+    keys.push_back(slot->key());
   }
-  if (!line.Has("force") || !line.words().empty()) {
-    return Fail("unlock-prefs breaks a lock another process may hold: it needs --force and "
-                "nothing else");
+  return keys;
+}
+
+int RunUnlockPrefs(const oru_tools::CommandLine& line) {
+  if (!line.Has("force")) {
+    return Fail("unlock-prefs breaks a lock another process may hold: it needs --force");
   }
   const std::string path = UpdaterPrefsPath();
   if (path.empty()) {
@@ -373,6 +332,122 @@ int UnlockPrefsCommand(const Arguments& given) {
   }
   std::printf("no preferences lock was held for %s\n", path.c_str());
   return kNegative;
+}
+
+oru_tools::Command PrefsGroup() {
+  oru_tools::Command prefs;
+  prefs.name = "prefs";
+  prefs.summary = "the updater preferences, typed by their key table";
+  prefs.about = "Reads and writes the updater preferences (NuvexUpdaterPrefs.dat in the\n"
+                "user's updater folder) under the preferences lock that every process of\n"
+                "the updater takes. Values are typed by the key table: bools are 1 or 0,\n"
+                "ints and unsigned numbers are decimal, strings are taken as they are, and\n"
+                "maps are written KEY=VALUE,KEY=VALUE (bool maps take 1 or 0).";
+  prefs.details = "list and get only look: they read the file once, take no lock and make,\n"
+                  "change or move nothing. set and reset work under the lock; for them a\n"
+                  "preferences file that does not parse is moved aside (to\n"
+                  "NuvexUpdaterPrefs.dat.corrupt-YYYYmmdd-HHMMSS, the newest three kept) and\n"
+                  "every key starts from its default; a note on standard error says so.\n"
+                  "\n"
+                  "Exit status: 0 done; 2 unknown key, value of the wrong type, a preferences\n"
+                  "file that does not parse (list, get), cannot be read or is past the\n"
+                  "reader's limits, or a lock that could not be had. Nothing on disk changes\n"
+                  "when the answer is 2.";
+  return prefs;
+}
+
+oru_tools::Command PrefsListCommand() {
+  oru_tools::Command list;
+  list.name = "prefs list";
+  list.summary =
+      "every key with its type and value; [default] marks a scalar\nthat holds its default";
+  list.about = "Lists every key with its type and value; [default] marks a scalar that\n"
+               "holds its default. Reads the file once and takes no lock.";
+  list.options = {JsonOption(), NoPagerOption()};
+  list.details = "Exit status: 0 done; 2 unknown key, or a preferences file that does not\n"
+                 "parse, cannot be read or is past the reader's limits. Reads only.";
+  list.run = &RunPrefsList;
+  return list;
+}
+
+oru_tools::Command PrefsKeysCommand() {
+  oru_tools::Command keys;
+  keys.name = "prefs keys";
+  keys.summary = "the key table: every key, its type and its default";
+  keys.about = "Prints the key table: every key, its type and its default. Reads nothing.";
+  keys.details = "Exit status: 0.";
+  keys.run = &RunPrefsKeys;
+  return keys;
+}
+
+oru_tools::Command PrefsGetCommand() {
+  oru_tools::Command get;
+  get.name = "prefs get";
+  get.wordsText = "KEY";
+  get.minWords = get.maxWords = 1;
+  get.summary = "one value";
+  get.about = "Prints the value of KEY. Reads the file once and takes no lock.";
+  get.options = {JsonOption()};
+  get.firstWord = oru_tools::Completer::WordsNow(&PrefKeys);
+  get.details = "Exit status: 0 done; 2 unknown key, or a preferences file that does not\n"
+                "parse, cannot be read or is past the reader's limits. Reads only.";
+  get.run = &RunPrefsGet;
+  return get;
+}
+
+oru_tools::Command PrefsSetCommand() {
+  oru_tools::Command set;
+  set.name = "prefs set";
+  set.wordsText = "KEY VALUE";
+  set.minWords = set.maxWords = 2;
+  set.summary = "stores a value, which must convert to the key's type";
+  set.about = "Stores VALUE for KEY under the preferences lock; VALUE must convert to\n"
+              "the key's type.";
+  set.firstWord = oru_tools::Completer::WordsNow(&PrefKeys);
+  set.details = "Exit status: 0 done; 2 unknown key, a value of the wrong type, or a lock\n"
+                "or save that failed; nothing on disk changes then.";
+  set.run = &RunPrefsSet;
+  return set;
+}
+
+oru_tools::Command PrefsResetCommand() {
+  oru_tools::Command reset;
+  reset.name = "prefs reset";
+  reset.wordsText = "[KEY]";
+  reset.maxWords = 1;
+  reset.summary = "gives one key its default, or every key with --all";
+  reset.about = "Gives KEY its default (an empty map), under the preferences lock.";
+  reset.options = {
+      {"all", '\0', "", "deletes the file, so that every key starts from its\ndefault"}};
+  reset.firstWord = oru_tools::Completer::WordsNow(&PrefKeys);
+  reset.details = "Exit status: 0 done; 2 unknown key, a value of the wrong type, or a lock\n"
+                  "or save that failed; nothing on disk changes then.";
+  reset.run = &RunPrefsReset;
+  return reset;
+}
+
+} // namespace
+
+std::vector<oru_tools::Command> PrefsCommands() {
+  return {PrefsGroup(),      PrefsListCommand(), PrefsKeysCommand(),
+          PrefsGetCommand(), PrefsSetCommand(),  PrefsResetCommand()};
+}
+
+oru_tools::Command UnlockPrefsCommand() {
+  oru_tools::Command command;
+  command.name = "unlock-prefs";
+  command.summary = "breaks a stale preferences lock";
+  command.about = "Removes the preferences lock (a POSIX named semaphore derived from the\n"
+                  "preferences file's path). Processes of this updater record who holds it\n"
+                  "(NuvexUpdaterPrefs.dat.holder) and remove the lock of a dead holder by\n"
+                  "themselves; a program that keeps no record and dies holding it leaves it\n"
+                  "for ever, and then every process fails to read or write the preferences.\n"
+                  "Refused while the recorded holder is alive.";
+  command.options = {{"force", '\0', "", "required: the lock may be another process's"}};
+  command.details = "Exit status: 0 a lock was removed; 1 there was none; 2 usage, or the\n"
+                    "recorded holder is alive.";
+  command.run = &RunUnlockPrefs;
+  return command;
 }
 
 } // namespace oructl

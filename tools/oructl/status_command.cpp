@@ -15,16 +15,6 @@ namespace oructl {
 
 namespace {
 
-const char kUsage[] = "Usage: oructl status [--json]\n"
-                      "\n"
-                      "Shows the named locks and rendezvous semaphores of the hand-over (key,\n"
-                      "set id, value, waiters, last process and whether it is alive), the\n"
-                      "preferences lock and the updater log's file lock, and says what that\n"
-                      "state means: for example \"installer running, launcher waiting for it\" or\n"
-                      "\"stale preferences lock\". Looks only; changes nothing.\n"
-                      "\n"
-                      "Exit status: 0 nothing is stuck; 1 a stale lock was found; 2 error.\n";
-
 struct Named {
   const char* name;
   const char* kind;
@@ -81,17 +71,7 @@ std::vector<std::string> Meaning(const SetState& launcher, const SetState& insta
   return meaning;
 }
 
-} // namespace
-
-int StatusCommand(const Arguments& given) {
-  oru_tools::CommandLine line({});
-  int status = kOk;
-  if (!BeginCommand(given, kUsage, {{"json", false}}, line, status)) {
-    return status;
-  }
-  if (!line.words().empty()) {
-    return FailUnexpected(line, "status");
-  }
+int RunStatus(const oru_tools::CommandLine& line) {
   const bool json = line.Has("json");
   std::vector<Named> named = {
       {kOruLauncherKey, "single-holder lock", ReadSet(UpdaterLockKey(kOruLauncherKey))},
@@ -149,6 +129,24 @@ int StatusCommand(const Arguments& given) {
     }
   }
   return prefs.stale ? kNegative : kOk;
+}
+
+} // namespace
+
+oru_tools::Command StatusCommand() {
+  oru_tools::Command command;
+  command.name = "status";
+  command.summary = "the named locks, rendezvous semaphores, preferences lock and log\n"
+                    "file lock, and what their state means";
+  command.about = "Shows the named locks and rendezvous semaphores of the hand-over (key,\n"
+                  "set id, value, waiters, last process and whether it is alive), the\n"
+                  "preferences lock and the updater log's file lock, and says what that\n"
+                  "state means: for example \"installer running, launcher waiting for it\" or\n"
+                  "\"stale preferences lock\". Looks only; changes nothing.";
+  command.options = {JsonOption()};
+  command.details = "Exit status: 0 nothing is stuck; 1 a stale lock was found; 2 error.";
+  command.run = &RunStatus;
+  return command;
 }
 
 } // namespace oructl
