@@ -14,6 +14,7 @@
 #include <signal.h>
 #include <string>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -307,6 +308,30 @@ TEST_F(OructlLogTest, ALogNamedOnTheCommandLineThatIsNotThereIsAnErrorWithItsRea
   const Result updater_log = Oructl({"log"});
   EXPECT_EQ(updater_log.exit_code, 0);
   EXPECT_EQ(updater_log.output, "no entries\n");
+}
+
+// log write that cannot open its log says why, in one line: a missing
+// folder, a FIFO and a link at the log's name.
+TEST_F(OructlLogTest, ALogWriteThatCannotOpenTheLogSaysWhy) {
+  const std::string missing = sandbox_->Path("no-such-folder/x.log");
+  const std::string fifo = sandbox_->Path("fifo.log");
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string link = sandbox_->Path("link.log");
+  oru_testing::WriteFile(sandbox_->Path("elsewhere"), "");
+  ASSERT_EQ(symlink(sandbox_->Path("elsewhere").c_str(), link.c_str()), 0);
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {missing, "No such file or directory"},
+      {fifo, "it is not a regular file"},
+      {link, "it is a symbolic link, which the log never follows"}};
+  for (const auto& [file, reason] : cases) {
+    oru_testing::ErrorCapture errors;
+    ChildProgram tool = oru_testing::StartProgram(
+        ORU_ORUCTL, {"log", "write", "--file", file, "hi"}, -1, -1, errors.fd());
+    EXPECT_EQ(oru_testing::ReadAll(tool), "");
+    EXPECT_EQ(oru_testing::FinishProgram(tool), 2) << file;
+    EXPECT_EQ(errors.Text(), "oructl: cannot open the log " + file + ": " + reason + "\n");
+  }
+  EXPECT_EQ(oru_testing::ReadFile(sandbox_->Path("elsewhere")), "");
 }
 
 // The follower is stopped while the log is rotated and then grows past the

@@ -5,13 +5,16 @@
 #include "oobe/log_manager.h"
 #include "oobe/log_target.h"
 #include "platform/paths.h"
+#include "platform/safe_fs.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <sys/stat.h>
 
 namespace oructl {
 
@@ -32,10 +35,15 @@ public:
     }
   }
 
-  bool Open(const std::string& path) {
+  // False with the system's reason when the log cannot be opened.
+  bool Open(const std::string& path, int& error) {
     const std::string folder = platform::DirName(path);
-    registered_ = target_.SetLogFile(platform::BaseName(path).c_str(), folder.c_str()) &&
-                  oobe::LogManager::Instance().AddTarget(&target_);
+    if (!target_.SetLogFile(platform::BaseName(path).c_str(), folder.c_str())) {
+      error = errno != 0 ? errno : EINVAL;
+      return false;
+    }
+    registered_ = oobe::LogManager::Instance().AddTarget(&target_);
+    error = registered_ ? 0 : EEXIST;
     return registered_;
   }
 
@@ -56,6 +64,20 @@ private:
   bool registered_ = false;
 };
 
+// Why the log at `path` could not be opened: the system's reason, except
+// that what the safe open refuses (a link, or no regular file) is named.
+std::string WhyNotOpened(const std::string& path, int error) {
+  platform::EntryRef entry;
+  struct stat info;
+  if ((error == EINVAL || error == ELOOP) &&
+      platform::ResolveEntry(path, /*follow_final_link=*/false, entry) &&
+      platform::StatEntry(entry.folder, entry.name, info) && !S_ISREG(info.st_mode)) {
+    return S_ISLNK(info.st_mode) ? "it is a symbolic link, which the log never follows"
+                                 : "it is not a regular file";
+  }
+  return std::strerror(error);
+}
+
 void Write(int32_t level, const std::string& tag, const std::string& message) {
   oobe::LogManager::Instance().Write(kTargetName, level, "", tag.c_str(), "", "", "", "",
                                      message.c_str(), 0);
@@ -74,8 +96,10 @@ int RunLogWrite(const oru_tools::CommandLine& line) {
     return Fail("no log file is configured");
   }
   WriteTarget target(level);
-  if (!target.Open(file)) {
-    return Fail("cannot open the log " + file);
+  int error = 0;
+  errno = 0;
+  if (!target.Open(file, error)) {
+    return Fail("cannot open the log " + file + ": " + WhyNotOpened(file, error));
   }
   if (!line.words().empty()) {
     std::string message;
