@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <poll.h>
 #include <pty.h>
@@ -334,6 +335,133 @@ TEST_F(OructlLogTest, ALogWriteThatCannotOpenTheLogSaysWhy) {
   EXPECT_EQ(oru_testing::ReadFile(sandbox_->Path("elsewhere")), "");
 }
 
+// The time zone in force for this process and the tools it starts.
+class ScopedTimeZone {
+public:
+  explicit ScopedTimeZone(const char* zone) {
+    setenv("TZ", zone, 1);
+    tzset();
+  }
+  ~ScopedTimeZone() {
+    unsetenv("TZ");
+    tzset();
+  }
+};
+
+// The moment an RFC 3339 time with milliseconds and an offset names.
+int64_t EpochMsOfRfc3339(const std::string& text) {
+  struct tm parts = {};
+  const char* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &parts);
+  int millis = 0;
+  int hours = 0;
+  int minutes = 0;
+  char sign = '+';
+  if (!rest || std::sscanf(rest, ".%3d%c%2d:%2d", &millis, &sign, &hours, &minutes) != 4) {
+    ADD_FAILURE() << "not RFC 3339 with milliseconds and an offset: " << text;
+    return 0;
+  }
+  const int64_t offset = (sign == '-' ? -1 : 1) * (hours * 3600 + minutes * 60);
+  return (static_cast<int64_t>(timegm(&parts)) - offset) * 1000 + millis;
+}
+
+// A record in --json: its time as epoch milliseconds and as RFC 3339 with
+// the zone's offset, both the moment the line's local time names in the
+// zone in force; its six fields by name; its file and line; the schema.
+TEST_F(OructlLogTest, JsonRecordsPlaceTheLinesLocalTimeInTheZoneInForce) {
+  oru_testing::WriteFile(Log(), LogLine("11/24/26 04:01:12:568", "7", "INFO", "one") +
+                                    LogLine("11/01/26 01:30:00:000", "7", "WARN", "twice"));
+  struct Expected {
+    const char* zone;
+    const char* rfc3339;
+    int64_t epoch_ms;
+  };
+  for (const Expected& expected :
+       {Expected{"Europe/Berlin", "2026-11-24T04:01:12.568+01:00", 1795489272568},
+        Expected{"America/New_York", "2026-11-24T04:01:12.568-05:00", 1795510872568}}) {
+    const ScopedTimeZone zone(expected.zone);
+    const Result result = Oructl({"log", "--file", Log(), "--json"});
+    ASSERT_EQ(result.exit_code, 0);
+    const auto records = nlohmann::json::parse(result.output); // strict: throws on any slip
+    ASSERT_EQ(records.size(), 2u);
+    const auto& first = records[0];
+    EXPECT_EQ(first["schema"], 1);
+    EXPECT_EQ(first["file"], Log());
+    EXPECT_EQ(first["line"], 1);
+    EXPECT_EQ(first["time_written"], "11/24/26 04:01:12:568");
+    EXPECT_EQ(first["time"], expected.rfc3339) << expected.zone;
+    EXPECT_EQ(first["epoch_ms"], expected.epoch_ms) << expected.zone;
+    EXPECT_EQ(EpochMsOfRfc3339(first["time"]), first["epoch_ms"]);
+    EXPECT_EQ(first["time_reading"], "one");
+    EXPECT_EQ(first["fields"]["f2"], "UPDATER");
+    EXPECT_EQ(first["fields"]["f3"], "SHARED");
+    EXPECT_EQ(first["fields"].size(), 6u);
+  }
+  // 01:30 on the day summer time ends in New York is two moments: said.
+  const ScopedTimeZone new_york("America/New_York");
+  const auto records = nlohmann::json::parse(Oructl({"log", "--file", Log(), "--json"}).output);
+  const auto& twice = records[1];
+  EXPECT_EQ(twice["time_reading"], "fold");
+  EXPECT_EQ(twice["time"], "2026-11-01T01:30:00.000-04:00");
+  EXPECT_EQ(twice["later_time"], "2026-11-01T01:30:00.000-05:00");
+  EXPECT_EQ(twice["later_epoch_ms"].get<int64_t>() - twice["epoch_ms"].get<int64_t>(), 3600000);
+}
+
+// Two logs written at once by processes that take turns, read as one view:
+// every record of both, in time order, each marked with its log.
+TEST_F(OructlLogTest, LogsNamedTogetherAreMergedInTimeOrder) {
+  const std::string first = sandbox_->Path("first.log");
+  const std::string second = sandbox_->Path("second.log");
+  constexpr int kRecordsEach = 15;
+  std::vector<ChildProgram> writers;
+  for (const std::string& log : {first, second}) {
+    const std::string script = "for i in $(seq 1 " + std::to_string(kRecordsEach) + "); do '" +
+                               std::string(ORU_ORUCTL) + "' log write --file '" + log +
+                               "' \"record $i\"; sleep 0.003; done";
+    writers.push_back(oru_testing::StartProgram("/bin/sh", {"-c", script}));
+  }
+  for (ChildProgram& writer : writers) {
+    EXPECT_EQ(oru_testing::FinishProgram(writer), 0);
+  }
+  const Result merged = Oructl({"log", "--file", first, "--file", second, "--json"});
+  ASSERT_EQ(merged.exit_code, 0);
+  const auto records = nlohmann::json::parse(merged.output);
+  std::map<std::string, int> per_file;
+  int64_t previous = 0;
+  for (const auto& record : records) {
+    EXPECT_GE(record["epoch_ms"].get<int64_t>(), previous) << record.dump();
+    previous = record["epoch_ms"];
+    ++per_file[record["file"]];
+  }
+  EXPECT_EQ(per_file[first], kRecordsEach);
+  EXPECT_EQ(per_file[second], kRecordsEach);
+  const std::vector<std::string> lines =
+      Lines(Oructl({"log", "--file", first, "--file", second}).output);
+  ASSERT_EQ(lines.size(), 2u * kRecordsEach);
+  for (const std::string& line : lines) {
+    EXPECT_TRUE(line.rfind("first.log: ", 0) == 0 || line.rfind("second.log: ", 0) == 0) << line;
+  }
+}
+
+// --all: every log the preferences name, the updater's and the installer's
+// here, in one view; -f follows one log only.
+TEST_F(OructlLogTest, AllMergesEveryLogThePreferencesName) {
+  std::string installer_log = Oructl({"prefs", "get", "InstallerLogFile"}).output;
+  installer_log.pop_back();
+  std::string updater_log = Oructl({"prefs", "get", "LogFile"}).output;
+  updater_log.pop_back();
+  ASSERT_EQ(Oructl({"prefs", "set", "LogFile", updater_log}).exit_code, 0);
+  oru_testing::WriteFile(updater_log, LogLine("11/24/26 04:00:00:000", "7", "INFO", "second"));
+  oru_testing::WriteFile(installer_log, LogLine("11/24/26 03:00:00:000", "8", "INFO", "first") +
+                                            LogLine("11/24/26 05:00:00:000", "8", "INFO", "third"));
+  const std::vector<std::string> lines = Lines(Oructl({"log", "--all"}).output);
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0].rfind("oruui.log: ", 0), 0u) << lines[0];
+  EXPECT_NE(lines[0].find("first"), std::string::npos);
+  EXPECT_EQ(lines[1].rfind("oruu.log: ", 0), 0u) << lines[1];
+  EXPECT_NE(lines[2].find("third"), std::string::npos);
+  EXPECT_EQ(Oructl({"log", "--all", "-f"}).exit_code, 2);
+}
+
 // The follower is stopped while the log is rotated and then grows past the
 // place where the follower stopped reading: once it runs again it still
 // shows each new record once, from the start of the emptied file.
@@ -477,7 +605,7 @@ TEST_F(OructlLogTest, WriteAppendsWordsOrEachLineOfInputThroughTheLibrary) {
             (std::vector<std::string>{"two words", "first line", "second line"}));
   const auto& last = records[records.size() - 1];
   EXPECT_EQ(last["level"], "INFO");
-  EXPECT_EQ(last["fields"][1], "SCRIPT");
+  EXPECT_EQ(last["fields"]["f2"], "SCRIPT");
   EXPECT_EQ(records[records.size() - 3]["level"], "WARN");
   // Records of other programs make no launcher run.
   EXPECT_EQ(Oructl({"log", "sessions", "--file", Log()}).output, "no entries\n");

@@ -91,7 +91,7 @@ bool CommandLine::Parse(const std::vector<std::string>& arguments) {
     if (found == 1) {
       words_.push_back(Unmarked(optarg));
     } else if (found == 'h') {
-      values_["help"] = "";
+      values_["help"].push_back("");
     } else if (found == ':') {
       error_ = "option '" + given.substr(0, given.find('=')) + "' needs a value";
       return false;
@@ -106,7 +106,7 @@ bool CommandLine::Parse(const std::vector<std::string>& arguments) {
         option = known_option.shortName == found ? &known_option : option;
       }
       option = found >= 256 ? &options_[static_cast<size_t>(found - 256)] : option;
-      values_[option->name] = optarg ? Unmarked(optarg) : "";
+      values_[option->name].push_back(optarg ? Unmarked(optarg) : "");
     }
   }
   for (int index = optind; index < static_cast<int>(argv.size() - 1); ++index) {
@@ -117,7 +117,12 @@ bool CommandLine::Parse(const std::vector<std::string>& arguments) {
 
 std::string CommandLine::Value(const std::string& name) const {
   const auto found = values_.find(name);
-  return found == values_.end() ? std::string() : found->second;
+  return found == values_.end() ? std::string() : found->second.back();
+}
+
+std::vector<std::string> CommandLine::Values(const std::string& name) const {
+  const auto found = values_.find(name);
+  return found == values_.end() ? std::vector<std::string>() : found->second;
 }
 
 std::string DidYouMean(const std::string& given, const std::vector<std::string>& known) {

@@ -29,13 +29,15 @@ public:
   bool Has(const std::string& name) const { return values_.count(name) != 0; }
   // The option's value (the last one given); empty when it was not given.
   std::string Value(const std::string& name) const;
+  // Every value given to the option, in order.
+  std::vector<std::string> Values(const std::string& name) const;
   // What was not an option, in order.
   const std::vector<std::string>& words() const { return words_; }
   const std::string& error() const { return error_; }
 
 private:
   std::vector<OptionSpec> options_;
-  std::map<std::string, std::string> values_;
+  std::map<std::string, std::vector<std::string>> values_;
   std::vector<std::string> words_;
   std::string error_;
 };

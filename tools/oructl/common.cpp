@@ -37,6 +37,19 @@ oru_tools::Completer TimeCompleter() {
   return oru_tools::Completer::Words({"now", "today", "yesterday", "tomorrow", "-1h", "-1d"});
 }
 
+bool NamedLogIsThere(const std::string& file, int& status) {
+  // Any other reason the log cannot be read is said by the reader (exit 2).
+  platform::ScopedFd log;
+  if (!platform::OpenFileAt(oru_tools::AbsolutePath(file), platform::OpenOptions(), log) &&
+      errno == ENOENT) {
+    std::fprintf(stderr, "oructl: cannot read the log %s: %s\n", file.c_str(),
+                 std::strerror(errno));
+    status = kNegative;
+    return false;
+  }
+  return true;
+}
+
 std::string LogToRead(const oru_tools::CommandLine& line, int& status) {
   if (!line.Has("file")) {
     const std::string file = UpdaterLogPath();
@@ -46,16 +59,7 @@ std::string LogToRead(const oru_tools::CommandLine& line, int& status) {
     return file;
   }
   const std::string file = line.Value("file");
-  // Any other reason the log cannot be read is said by the reader (exit 2).
-  platform::ScopedFd log;
-  if (!platform::OpenFileAt(oru_tools::AbsolutePath(file), platform::OpenOptions(), log) &&
-      errno == ENOENT) {
-    std::fprintf(stderr, "oructl: cannot read the log %s: %s\n", file.c_str(),
-                 std::strerror(errno));
-    status = kNegative;
-    return std::string();
-  }
-  return file;
+  return NamedLogIsThere(file, status) ? file : std::string();
 }
 
 } // namespace oructl

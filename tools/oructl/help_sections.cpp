@@ -19,12 +19,14 @@ std::vector<oru_tools::HelpSection> HelpSections() {
                       "LESS       given to the pager; FRX when unset\n"
                       "NO_COLOR   when set, records are not coloured by level\n"
                       "TERM       \"dumb\" turns colour off\n"
+                      "TZ         the time zone a log's local times are read in (--json, merging)\n"
                       "HOME, XDG_DATA_HOME, XDG_CONFIG_HOME, XDG_CACHE_HOME, XDG_STATE_HOME\n"
                       "           where the user's folders are, as the updater finds them"},
       {"Examples", "$ oructl status\n"
                    "$ oructl log -n 50 --level WARN\n"
                    "$ oructl log -f\n"
                    "$ oructl log --since -2h --json\n"
+                   "$ oructl log --all -n 100\n"
                    "$ oructl log sessions --timeline\n"
                    "$ oructl prefs set LogLevel 3\n"
                    "$ oructl doctor"},

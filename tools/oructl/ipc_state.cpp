@@ -9,6 +9,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <memory>
 #include <semaphore.h>
 #include <signal.h>
 #include <sys/sem.h>
@@ -81,6 +82,33 @@ std::string UpdaterLogPath() {
   std::string path;
   (void)esd::ReadStoredText(UpdaterPrefsPath(), "Preferences", "LogFile", path); // else the default
   return ChooseUpdaterLog(path, -1, &UpdaterDefaultLogPath, /*looking_only=*/true).file;
+}
+
+std::vector<std::string> ProductLogPaths() {
+  std::vector<std::string> paths;
+  const std::string updater_log = UpdaterLogPath();
+  if (!updater_log.empty()) {
+    paths.push_back(updater_log);
+  }
+  const std::string folder = UpdaterPrefsFolder();
+  if (folder.empty()) {
+    return paths;
+  }
+  const std::unique_ptr<NuvexUpdaterPrefs> table = NuvexUpdaterPrefs::Unopened(folder);
+  for (const auto& slot : table->Slots()) {
+    const std::string key = slot->key();
+    if (key == "LogFile" || key.size() < 7 || key.compare(key.size() - 7, 7, "LogFile") != 0) {
+      continue;
+    }
+    std::string path;
+    if (!esd::ReadStoredText(UpdaterPrefsPath(), "Preferences", key, path) || path.empty()) {
+      path = slot->DefaultText();
+    }
+    if (!path.empty() && path[0] == '/') {
+      paths.push_back(path);
+    }
+  }
+  return paths;
 }
 
 } // namespace oructl

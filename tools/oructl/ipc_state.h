@@ -7,6 +7,7 @@
 
 #include <string>
 #include <sys/types.h>
+#include <vector>
 
 namespace oructl {
 
@@ -40,6 +41,10 @@ std::string DescribePrefsLockHolder(const PrefsLockState& state);
 std::string UpdaterPrefsFolder();
 std::string UpdaterPrefsPath();
 std::string UpdaterLogPath();
+// Every log of the updater's programs that the preferences name (each
+// "*LogFile" key, stored or by default), the updater's own first; looked
+// up without the lock.
+std::vector<std::string> ProductLogPaths();
 // The log file the launcher uses when the preferences name none.
 std::string UpdaterDefaultLogPath();
 

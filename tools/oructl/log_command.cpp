@@ -1,12 +1,16 @@
 // oructl log: the updater log as records, filtered, from the end, or as it
 // grows. "log sessions" and "log write" live in files of their own.
+#include "platform/paths.h"
 #include "tools/common/json_output.h"
 #include "tools/common/terminal.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/log_follow.h"
+#include "tools/oructl/log_merge.h"
 #include "tools/oructl/log_records.h"
+#include "tools/oructl/log_time.h"
 #include "tools/oructl/oructl.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -50,14 +54,47 @@ bool Matches(const LogRecord& record, const Filters& filters) {
          (!filters.has_until || record.seconds <= filters.until);
 }
 
+// The shape of a record in --json; raised when a field changes meaning or
+// goes, not when one is added.
+constexpr int kRecordSchema = 1;
+
+const char* ReadingName(PlacedTime::Reading reading) {
+  switch (reading) {
+  case PlacedTime::Reading::kOne:
+    return "one";
+  case PlacedTime::Reading::kFold:
+    return "fold";
+  case PlacedTime::Reading::kSkipped:
+    return "skipped";
+  }
+  return "one";
+}
+
 oru_tools::Json RecordJson(const LogRecord& record) {
-  return {{"file", record.file},
-          {"line", record.line > 0 ? oru_tools::Json(record.line) : oru_tools::Json(nullptr)},
-          {"time", record.time},
-          {"level", record.level},
-          {"fields", record.fields},
-          {"thread", record.thread},
-          {"message", record.message}};
+  oru_tools::Json fields = oru_tools::Json::object();
+  for (size_t index = 0; index < 6; ++index) {
+    fields["f" + std::to_string(index + 1)] = record.fields[index];
+  }
+  oru_tools::Json json = {
+      {"schema", kRecordSchema},
+      {"file", record.file},
+      {"line", record.line > 0 ? oru_tools::Json(record.line) : oru_tools::Json(nullptr)}};
+  PlacedTime placed;
+  if (PlaceLogTime(record.time, placed)) {
+    json["time"] = placed.rfc3339;
+    json["epoch_ms"] = placed.epochMs;
+    json["time_reading"] = ReadingName(placed.reading);
+    if (placed.reading == PlacedTime::Reading::kFold) {
+      json["later_time"] = placed.laterRfc3339;
+      json["later_epoch_ms"] = placed.laterEpochMs;
+    }
+  }
+  json["time_written"] = record.time;
+  json["level"] = record.level;
+  json["fields"] = std::move(fields);
+  json["thread"] = record.thread;
+  json["message"] = record.message;
+  return json;
 }
 
 // Prints records as they come, in the chosen form.
@@ -65,6 +102,9 @@ class RecordPrinter {
 public:
   RecordPrinter(bool json, bool json_lines, bool colour)
       : json_(json), json_lines_(json_lines), colour_(colour) {}
+  // Starts each line of text with the name of the record's log, as a view
+  // of several logs does (JSON names the file in every record).
+  void MarkFiles() { mark_files_ = true; }
 
   void Print(const LogRecord& record) {
     ++printed_;
@@ -77,7 +117,9 @@ public:
       }
     } else {
       const char* colour = colour_ ? oru_tools::LevelColour(record.level) : "";
-      std::printf("%s%s%s\n", colour, record.text.c_str(), *colour ? oru_tools::kColourEnd : "");
+      const std::string mark = mark_files_ ? platform::BaseName(record.file) + ": " : "";
+      std::printf("%s%s%s%s\n", mark.c_str(), colour, record.text.c_str(),
+                  *colour ? oru_tools::kColourEnd : "");
     }
     if (json_lines_ || following_) {
       std::fflush(stdout);
@@ -101,6 +143,7 @@ private:
   bool json_lines_;
   bool colour_;
   bool following_ = false;
+  bool mark_files_ = false;
   size_t printed_ = 0;
 };
 
@@ -194,6 +237,57 @@ int PrintRecords(const std::string& file, const Filters& filters, long count, bo
   return kOk;
 }
 
+// The logs a view reads: those named with --file and, with --all, every
+// log the preferences name; the updater's alone when neither is given.
+// Empty, with `status` set, when a log named with --file is not there.
+std::vector<std::string> LogsToRead(const oru_tools::CommandLine& line, int& status) {
+  if (!line.Has("all") && line.Values("file").size() <= 1) {
+    const std::string file = LogToRead(line, status);
+    return file.empty() ? std::vector<std::string>() : std::vector<std::string>{file};
+  }
+  std::vector<std::string> logs;
+  for (const std::string& named : line.Values("file")) {
+    if (!NamedLogIsThere(named, status)) {
+      return {};
+    }
+    logs.push_back(oru_tools::AbsolutePath(named));
+  }
+  for (const std::string& configured : line.Has("all") ? ProductLogPaths() : logs) {
+    if (std::find(logs.begin(), logs.end(), configured) == logs.end()) {
+      logs.push_back(configured);
+    }
+  }
+  if (logs.empty()) {
+    status = Fail("no log file is configured");
+  }
+  return logs;
+}
+
+// Several logs as one view, in time order; the last `count` records that
+// pass the filters when `count` is not negative.
+int PrintMerged(const std::vector<std::string>& logs, const Filters& filters, long count,
+                RecordPrinter& printer) {
+  std::vector<MergedRecord> merged;
+  std::string error;
+  if (!MergeLogs(logs, merged, error)) {
+    return Fail(error);
+  }
+  std::vector<const LogRecord*> shown;
+  for (const MergedRecord& each : merged) {
+    if (Matches(each.record, filters)) {
+      shown.push_back(&each.record);
+    }
+  }
+  const size_t skipped =
+      count >= 0 && shown.size() > static_cast<size_t>(count) ? shown.size() - count : 0;
+  printer.MarkFiles();
+  for (size_t index = skipped; index < shown.size(); ++index) {
+    printer.Print(*shown[index]);
+  }
+  printer.Finish(!merged.empty());
+  return kOk;
+}
+
 int RunLog(const oru_tools::CommandLine& line) {
   int status = kOk;
   Filters filters;
@@ -201,11 +295,14 @@ int RunLog(const oru_tools::CommandLine& line) {
   if (!ReadFilters(line, filters) || !ReadCount(line, count)) {
     return kError;
   }
-  const std::string file = LogToRead(line, status);
-  if (file.empty()) {
+  const bool follow = line.Has("follow");
+  if (follow && (line.Has("all") || line.Values("file").size() > 1)) {
+    return Fail("--follow follows one log: give one --file, or none for the updater's");
+  }
+  const std::vector<std::string> logs = LogsToRead(line, status);
+  if (logs.empty()) {
     return status;
   }
-  const bool follow = line.Has("follow");
   // As journalctl -f and tail -f do: following starts from the last ten
   // records, unless -n says how many.
   if (follow && count < 0) {
@@ -218,7 +315,10 @@ int RunLog(const oru_tools::CommandLine& line) {
   if (!follow && !line.Has("no-pager")) {
     pager.Start();
   }
-  return PrintRecords(file, filters, count, follow, printer, json);
+  if (logs.size() > 1) {
+    return PrintMerged(logs, filters, count, printer);
+  }
+  return PrintRecords(logs.front(), filters, count, follow, printer, json);
 }
 
 } // namespace
@@ -231,7 +331,14 @@ oru_tools::Command LogCommand() {
                   "rotated copies, oldest first, as records: time, level, six fields, thread\n"
                   "and message. The log is read as it streams, in the memory of a few records.";
   command.options = {
-      FileOption(),
+      {"file", '\0', "PATH",
+       "the log at PATH instead of the updater's; given more\n"
+       "than once, those logs merged by time",
+       oru_tools::Completer::Files()},
+      {"all", '\0', "",
+       "every log of the updater's programs that the\n"
+       "preferences name (LogFile, InstallerLogFile, ...),\n"
+       "merged by time; each record is marked with its log"},
       {"lines", 'n', "N",
        "only the last N records (that pass the filters), read\nfrom the end of the log"},
       {"follow", 'f', "",
@@ -257,6 +364,18 @@ oru_tools::Command LogCommand() {
       "\"2026-11-22T10:00[:00]\" (or a blank for \"T\"), optionally with \"Z\" or\n"
       "\"+01:00\"; \"now\", \"today\", \"yesterday\", \"tomorrow\"; \"-2h\", \"+30m\", \"-1d\",\n"
       "\"-90s\", \"-1w\" from now; or \"MM/DD/YY HH:MM:SS\" as the log writes it.\n"
+      "\n"
+      "A record in JSON (schema 1): \"schema\"; \"file\" and \"line\"; \"time\", the\n"
+      "line's local time in the zone in force (TZ) as RFC 3339 with milliseconds\n"
+      "and the offset, and \"epoch_ms\", the same moment in milliseconds since\n"
+      "1970 UTC; \"time_reading\": \"one\", or \"fold\" when the wall time names two\n"
+      "moments (the hour the end of summer time repeats; \"later_time\" and\n"
+      "\"later_epoch_ms\" give the second), or \"skipped\" when it names none (read\n"
+      "as before the clock's jump); \"time_written\", the time as the line has it;\n"
+      "\"level\"; \"fields\", the six fields as \"f1\" to \"f6\"; \"thread\"; \"message\".\n"
+      "A view of several logs is in the order of \"epoch_ms\"; there, a wall time\n"
+      "that names two moments is read as the later once its log has passed the\n"
+      "earlier.\n"
       "\n"
       "On a terminal, records are coloured by level (unless NO_COLOR is set) and\n"
       "the output goes through $PAGER (less, with LESS=FRX when unset).\n"

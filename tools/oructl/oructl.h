@@ -45,6 +45,9 @@ oru_tools::Completer TimeCompleter();
 // kNegative and gives an empty path; so does a log nobody configured, with
 // kError. The updater's own log may be missing (nothing written yet).
 std::string LogToRead(const oru_tools::CommandLine& line, int& status);
+// Whether a log named on the command line is there; when it is not, says
+// so with the system's reason and sets `status` to kNegative.
+bool NamedLogIsThere(const std::string& file, int& status);
 
 } // namespace oructl
 
