@@ -321,6 +321,37 @@ int RunLog(const oru_tools::CommandLine& line) {
   return PrintRecords(logs.front(), filters, count, follow, printer, json);
 }
 
+std::vector<oru_tools::Option> LogOptions() {
+  return {{"file", '\0', "PATH",
+           "the log at PATH instead of the updater's; given more\n"
+           "than once, those logs merged by time",
+           oru_tools::Completer::Files()},
+          {"all", '\0', "",
+           "every log of the updater's programs that the\n"
+           "preferences name (LogFile, InstallerLogFile, ...),\n"
+           "merged by time; each record is marked with its log"},
+          {"lines", 'n', "N",
+           "only the last N records (that pass the filters), read\nfrom the end of the log"},
+          {"follow", 'f', "",
+           "print the last 10 records (or the last N of -n), then\n"
+           "each new one as it is written, across rotations, until\n"
+           "interrupted"},
+          LevelFilterOption(),
+          {"field", '\0', "TEXT", "only records with a field equal to TEXT"},
+          {"thread", '\0', "ID", "only records of that thread"},
+          {"pid", '\0', "PID",
+           "only records of that process: the log names the writing\n"
+           "thread, which for a process's main thread (the only one\n"
+           "the launcher has) is the process id"},
+          {"since", '\0', "TIME", "only records at or after TIME", TimeCompleter()},
+          {"until", '\0', "TIME", "only records at or before TIME", TimeCompleter()},
+          NoPagerOption(),
+          {"json", '\0', "",
+           "records as JSON: one array, one record a line; with\n"
+           "--follow, one object a line (JSON Lines), as the stream\n"
+           "has no end"}};
+}
+
 } // namespace
 
 oru_tools::Command LogCommand() {
@@ -330,35 +361,7 @@ oru_tools::Command LogCommand() {
   command.about = "Reads the updater log (the preference LogFile, or PATH) together with its\n"
                   "rotated copies, oldest first, as records: time, level, six fields, thread\n"
                   "and message. The log is read as it streams, in the memory of a few records.";
-  command.options = {
-      {"file", '\0', "PATH",
-       "the log at PATH instead of the updater's; given more\n"
-       "than once, those logs merged by time",
-       oru_tools::Completer::Files()},
-      {"all", '\0', "",
-       "every log of the updater's programs that the\n"
-       "preferences name (LogFile, InstallerLogFile, ...),\n"
-       "merged by time; each record is marked with its log"},
-      {"lines", 'n', "N",
-       "only the last N records (that pass the filters), read\nfrom the end of the log"},
-      {"follow", 'f', "",
-       "print the last 10 records (or the last N of -n), then\n"
-       "each new one as it is written, across rotations, until\n"
-       "interrupted"},
-      LevelFilterOption(),
-      {"field", '\0', "TEXT", "only records with a field equal to TEXT"},
-      {"thread", '\0', "ID", "only records of that thread"},
-      {"pid", '\0', "PID",
-       "only records of that process: the log names the writing\n"
-       "thread, which for a process's main thread (the only one\n"
-       "the launcher has) is the process id"},
-      {"since", '\0', "TIME", "only records at or after TIME", TimeCompleter()},
-      {"until", '\0', "TIME", "only records at or before TIME", TimeCompleter()},
-      NoPagerOption(),
-      {"json", '\0', "",
-       "records as JSON: one array, one record a line; with\n"
-       "--follow, one object a line (JSON Lines), as the stream\n"
-       "has no end"}};
+  command.options = LogOptions();
   command.details =
       "TIME is local time unless it names its zone: \"2026-11-22\",\n"
       "\"2026-11-22T10:00[:00]\" (or a blank for \"T\"), optionally with \"Z\" or\n"
