@@ -196,3 +196,85 @@ TEST_F(OructlReadOnlyTest, WithALogOfSeveralRuns) {
 }
 
 } // namespace
+
+namespace {
+
+const char kToken[] = "eyJhbGciOiJIUzI1NiJ9.eyJzdWIiOiJzdXBwb3J0In0.c2lnbmVk";
+
+std::string RunTool(const std::vector<std::string>& arguments) {
+  ChildProgram child = oru_testing::StartProgram(ORU_ORUCTL, arguments);
+  const std::string output = oru_testing::ReadAll(child);
+  EXPECT_EQ(oru_testing::FinishProgram(child), 0) << arguments.front() << "\n" << output;
+  return output;
+}
+
+std::string Shell(const std::string& command) {
+  ChildProgram child = oru_testing::StartProgram("/bin/sh", {"-c", command});
+  const std::string output = oru_testing::ReadAll(child);
+  EXPECT_EQ(oru_testing::FinishProgram(child), 0) << command;
+  return output;
+}
+
+std::string RawLogLine(const std::string& message) {
+  return "11/24/26 04:00:00:000 | [INFO] |  | UPDATER | SHARED |  |  |  | 77 | " + message + "\n";
+}
+
+// A report of a sandbox after a hand-over: every piece there, the secrets
+// planted in a log line (written past the library, as an older program
+// might have) and in a preference value masked, and nothing it read changed.
+TEST_F(OructlReadOnlyTest, ABugReportHoldsEveryPieceWithItsSecretsMaskedAndChangesNothing) {
+  {
+    e2e::LauncherWaitingForTheInstaller handover(ZeltoPath());
+    ASSERT_TRUE(handover.Waits());
+    EXPECT_EQ(handover.PostAndWait(), 0);
+  }
+  RunTool({"prefs", "set", "DisplayLang", kToken});
+  const std::string log = PrefsFolder() + "/oruu.log";
+  oru_testing::WriteFile(log, oru_testing::ReadFile(log) +
+                                  RawLogLine(std::string("got ") + kToken) +
+                                  RawLogLine("proxy <password>hunter2</password> set"));
+  oru_testing::WriteFile(PrefsFolder() + "/oruu 2026-11-23 10-00-00.log", RawLogLine("older"));
+  oru_testing::WriteFile(PrefsPath() + ".corrupt-20261123-141502", "<Preferences><broken>");
+  char folder[] = "/tmp/oru-report-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  const std::string archive = std::string(folder) + "/report.tar.gz";
+
+  const std::vector<std::string> before = StateOf(sandbox_->root());
+  const std::string said = RunTool({"bug-report", "-o", archive});
+  EXPECT_EQ(StateOf(sandbox_->root()), before);
+
+  const std::string listing = Shell("tar -tzf '" + archive + "'");
+  for (const char* piece :
+       {"MANIFEST.txt", "system.json", "looks/status.json", "looks/explain.json",
+        "looks/doctor.json", "looks/prefs-list.json", "looks/log-sessions.json",
+        "looks/semaphores.json", "prefs/NuvexUpdaterPrefs.dat",
+        "prefs/NuvexUpdaterPrefs.dat.holder", "prefs/NuvexUpdaterPrefs.dat.corrupt-20261123-141502",
+        "logs/oruu.log", "logs/oruu 2026-11-23 10-00-00.log"}) {
+    EXPECT_NE(listing.find(std::string(piece) + "\n"), std::string::npos) << piece << "\n"
+                                                                          << listing;
+  }
+  const std::string unpacked = std::string(folder) + "/unpacked";
+  Shell("mkdir '" + unpacked + "' && tar -xzf '" + archive + "' -C '" + unpacked + "'");
+  const std::string everything = Shell("cat '" + unpacked + "'/*.* '" + unpacked + "'/*/*");
+  EXPECT_EQ(everything.find("eyJhbGciOi"), std::string::npos);
+  EXPECT_EQ(everything.find("hunter2"), std::string::npos);
+  const std::string kept_log = oru_testing::ReadFile(unpacked + "/logs/oruu.log");
+  EXPECT_NE(kept_log.find("| 77 | Found access/device token. Log skipped.\n"), std::string::npos);
+  EXPECT_NE(kept_log.find("proxy <password>****</password> set"), std::string::npos);
+  EXPECT_NE(kept_log.find("Oru Launcher"), std::string::npos) << "the hand-over's records";
+  EXPECT_NE(oru_testing::ReadFile(unpacked + "/prefs/NuvexUpdaterPrefs.dat")
+                .find("<DisplayLang>Found access/device token. Log skipped.</DisplayLang>"),
+            std::string::npos);
+  EXPECT_TRUE(nlohmann::json::accept(oru_testing::ReadFile(unpacked + "/looks/status.json")));
+  // The log's two, the preference in the file and in prefs list, and the
+  // planted run's last message as log sessions shows it.
+  EXPECT_NE(said.find("redacted: 5 secrets: looks/prefs-list.json (1), looks/log-sessions.json "
+                      "(1), prefs/NuvexUpdaterPrefs.dat (1), logs/oruu.log (2)"),
+            std::string::npos)
+      << said;
+  EXPECT_NE(oru_testing::ReadFile(unpacked + "/MANIFEST.txt").find("logs/oruu.log"),
+            std::string::npos);
+  Shell("rm -rf '" + std::string(folder) + "'");
+}
+
+} // namespace

@@ -19,6 +19,7 @@ oru_tools::ToolTable OructlTable() {
   table.commands.push_back(oructl::LogCommand());
   table.commands.push_back(oructl::LogSessionsCommand());
   table.commands.push_back(oructl::LogWriteCommand());
+  table.commands.push_back(oructl::BugReportCommand());
   table.sections = oructl::HelpSections();
   return table;
 }

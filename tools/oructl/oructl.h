@@ -25,6 +25,7 @@ oru_tools::Command UnlockPrefsCommand();
 oru_tools::Command LogCommand();
 oru_tools::Command LogSessionsCommand();
 oru_tools::Command LogWriteCommand();
+oru_tools::Command BugReportCommand();
 
 // The tool's own sections of its --help: files, environment, examples.
 std::vector<oru_tools::HelpSection> HelpSections();
