@@ -277,4 +277,27 @@ TEST_F(OructlReadOnlyTest, ABugReportHoldsEveryPieceWithItsSecretsMaskedAndChang
   Shell("rm -rf '" + std::string(folder) + "'");
 }
 
+// A log past what one log may give keeps its newest records, and the
+// report says that it cut.
+TEST_F(OructlReadOnlyTest, ABugReportKeepsTheNewestPartOfALargeLogAndSaysItCut) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+  std::string big;
+  while (big.size() < (5u << 20)) {
+    big += RawLogLine("filler " + std::string(200, 'x'));
+  }
+  big += RawLogLine("the newest");
+  oru_testing::WriteFile(PrefsFolder() + "/oruu.log", big);
+  char folder[] = "/tmp/oru-report-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  const std::string archive = std::string(folder) + "/report.tar.gz";
+  const std::string said = RunTool({"bug-report", "-o", archive});
+  EXPECT_NE(said.find("cut: the newest"), std::string::npos) << said;
+  const std::string kept = Shell("tar -xzOf '" + archive + "' logs/oruu.log");
+  EXPECT_LE(kept.size(), 4u << 20);
+  EXPECT_GT(kept.size(), (4u << 20) - 300);
+  EXPECT_EQ(kept.substr(kept.size() - 11), "the newest\n");
+  EXPECT_EQ(kept.rfind("11/24/26", 0), 0u) << "cut at the start of a record";
+  Shell("rm -rf '" + std::string(folder) + "'");
+}
+
 } // namespace
