@@ -402,16 +402,9 @@ bool WriteTrace(const Options& options, Report& report) {
   if (report.outcome == "zelto-started") {
     report.stamps.zeltoStarted = ZeltoStarted(report.stamps.launcherStarted, options.timeout_ms);
   }
-  const std::string text = oru_tools::JsonText(oru_tools::HandOverTrace(
-                               report.stamps, options.scenario, report.outcome)) +
-                           "\n";
-  platform::OpenOptions fresh;
-  fresh.access = platform::FileAccess::kWrite;
-  fresh.create = true;
-  fresh.truncate = true;
-  platform::ScopedFd file;
-  if (!platform::OpenFileAt(oru_tools::AbsolutePath(options.trace), fresh, file) ||
-      !platform::WriteAll(file.get(), text.data(), text.size())) {
+  if (!oru_tools::WriteTraceFile(
+          options.trace,
+          oru_tools::HandOverTrace(report.stamps, options.scenario, report.outcome))) {
     std::fprintf(stderr, "oru-installer-sim: cannot write the trace '%s': %s\n",
                  options.trace.c_str(), std::strerror(errno));
     return false;

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -195,6 +196,43 @@ TEST_F(InstallerSimTest, TwoLaunchersAtOnceTheSecondHandsBack) {
   EXPECT_TRUE(Says(report, "\"outcome\":\"second-handed-back\"")) << report;
   EXPECT_TRUE(Says(report, "\"second_launcher_exit\":0")) << report;
   EXPECT_TRUE(zelto.WaitForStart());
+}
+
+// The two launchers as the log has them, drawn by oructl log sessions
+// --trace: one track a run on one time axis, the second run inside the
+// first's wait for the installer.
+TEST_F(InstallerSimTest, TheLogsTraceOfTwoLaunchersShowsTheSecondInsideTheFirstsWait) {
+  e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+  int exit_code = -1;
+  const std::string report = Run({"--scenario", "two-launchers"}, exit_code);
+  ASSERT_EQ(exit_code, 0) << report;
+  const std::string file = sandbox_->Path("runs.trace.json");
+  const oru_testing::ErrorCapture errors;
+  oru_testing::ChildProgram sessions = oru_testing::StartProgram(
+      ORU_ORUCTL, {"log", "sessions", "--trace", file}, -1, -1, errors.fd());
+  const std::string said = oru_testing::ReadAll(sessions);
+  ASSERT_EQ(oru_testing::FinishProgram(sessions), 0) << said << errors.Text();
+  const nlohmann::json trace = nlohmann::json::parse(oru_testing::ReadFile(file));
+  ExpectValidTrace(trace);
+  std::map<int, std::vector<nlohmann::json>> tracks;
+  for (const auto& event : trace["traceEvents"]) {
+    if (event["ph"] == "X") {
+      tracks[event["pid"].get<int>()].push_back(event);
+    }
+  }
+  ASSERT_EQ(tracks.size(), 2u) << trace.dump(1);
+  const std::vector<nlohmann::json>& first = tracks.begin()->second;
+  const std::vector<nlohmann::json>& second = tracks.rbegin()->second;
+  ASSERT_EQ(first.size(), 3u) << trace.dump(1);
+  const nlohmann::json& wait = first[1];
+  EXPECT_EQ(wait["name"], "waiting for the installer");
+  const double wait_from = wait["ts"];
+  const double wait_to = wait_from + wait["dur"].get<double>();
+  for (const auto& span : second) {
+    EXPECT_GE(span["ts"].get<double>(), wait_from) << span;
+    EXPECT_LE(span["ts"].get<double>() + span["dur"].get<double>(), wait_to) << span;
+  }
+  EXPECT_EQ(first[0]["ts"], 0.0) << "the axis starts at the view's first record";
 }
 
 TEST_F(InstallerSimTest, ZeltoMissingReportsAHandBack) {

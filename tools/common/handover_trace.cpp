@@ -1,5 +1,8 @@
 #include "tools/common/handover_trace.h"
 
+#include "platform/safe_fs.h"
+#include "tools/common/command_line.h"
+
 #include <algorithm>
 #include <vector>
 
@@ -74,6 +77,17 @@ Json HandOverTrace(const HandOverStamps& stamps, const std::string& scenario,
   return {{"traceEvents", events},
           {"displayTimeUnit", "ms"},
           {"otherData", {{"scenario", scenario}, {"outcome", outcome}}}};
+}
+
+bool WriteTraceFile(const std::string& path, const Json& trace) {
+  const std::string text = JsonText(trace) + "\n";
+  platform::OpenOptions fresh;
+  fresh.access = platform::FileAccess::kWrite;
+  fresh.create = true;
+  fresh.truncate = true;
+  platform::ScopedFd file;
+  return platform::OpenFileAt(AbsolutePath(path), fresh, file) &&
+         platform::WriteAll(file.get(), text.data(), text.size());
 }
 
 } // namespace oru_tools

@@ -33,6 +33,10 @@ struct HandOverStamps {
 Json HandOverTrace(const HandOverStamps& stamps, const std::string& scenario,
                    const std::string& outcome);
 
+// Writes `trace` to the file at `path` (made, or emptied first). False with
+// errno set when it cannot be written.
+bool WriteTraceFile(const std::string& path, const Json& trace);
+
 } // namespace oru_tools
 
 #endif // ORU_TOOLS_COMMON_HANDOVER_TRACE_H

@@ -2,13 +2,16 @@
 // flagged finished or not, and with --timeline drawn as its phases.
 #include "launcher/handover.h"
 #include "launcher/updater_log.h"
+#include "tools/common/handover_trace.h"
 #include "tools/common/json_output.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/log_records.h"
 #include "tools/oructl/oructl.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -96,10 +99,31 @@ private:
   std::map<std::string, size_t> current_;
 };
 
-std::string Bar(const Phase& phase, int64_t total_ms) {
-  const int64_t scale = std::max<int64_t>(total_ms, 1);
-  int from = static_cast<int>(phase.start_ms * kBarWidth / scale);
-  int to = static_cast<int>((phase.start_ms + phase.duration_ms) * kBarWidth / scale);
+// The time every run of a view is drawn against, so that runs that
+// overlapped are seen overlapping.
+struct Axis {
+  int64_t start_ms = 0;
+  int64_t total_ms = 1;
+};
+
+Axis AxisOf(const std::vector<Session>& sessions) {
+  Axis axis;
+  if (sessions.empty()) {
+    return axis;
+  }
+  int64_t end = sessions.front().last_ms;
+  axis.start_ms = sessions.front().first_ms;
+  for (const Session& session : sessions) {
+    axis.start_ms = std::min(axis.start_ms, session.first_ms);
+    end = std::max(end, session.last_ms);
+  }
+  axis.total_ms = std::max<int64_t>(end - axis.start_ms, 1);
+  return axis;
+}
+
+std::string Bar(int64_t from_ms, int64_t duration_ms, const Axis& axis) {
+  int from = static_cast<int>((from_ms - axis.start_ms) * kBarWidth / axis.total_ms);
+  int to = static_cast<int>((from_ms - axis.start_ms + duration_ms) * kBarWidth / axis.total_ms);
   from = std::min(from, kBarWidth - 1);
   to = std::max(to, from + 1); // a phase is always seen, however short
   std::string bar(kBarWidth, ' ');
@@ -107,16 +131,45 @@ std::string Bar(const Phase& phase, int64_t total_ms) {
   return "[" + bar + "]";
 }
 
-std::string Timeline(const Session& session) {
+std::string Timeline(const Session& session, const Axis& axis) {
   std::string out;
-  const int64_t total = session.last_ms - session.first_ms;
   for (const Phase& phase : PhasesOf(session)) {
     char row[160];
-    std::snprintf(row, sizeof row, "  %-26s %s %8lld ms\n", phase.name, Bar(phase, total).c_str(),
+    std::snprintf(row, sizeof row, "  %-26s %s %8lld ms\n", phase.name,
+                  Bar(session.first_ms + phase.start_ms, phase.duration_ms, axis).c_str(),
                   static_cast<long long>(phase.duration_ms));
     out += row;
   }
   return out;
+}
+
+// The runs as Chrome trace-event JSON, as oru-installer-sim writes a
+// hand-over: one track a run, a span a phase, all on the view's one axis
+// (microseconds from its first record).
+oru_tools::Json TraceOf(const std::vector<Session>& sessions) {
+  const Axis axis = AxisOf(sessions);
+  oru_tools::Json events = oru_tools::Json::array();
+  int track = 0;
+  for (const Session& session : sessions) {
+    ++track;
+    events.push_back({{"name", "process_name"},
+                      {"ph", "M"},
+                      {"pid", track},
+                      {"tid", track},
+                      {"args", {{"name", "OruLauncher run " + session.thread}}}});
+    for (const Phase& phase : PhasesOf(session)) {
+      events.push_back(
+          {{"name", phase.name},
+           {"cat", "handover"},
+           {"ph", "X"},
+           {"ts", static_cast<double>(session.first_ms + phase.start_ms - axis.start_ms) * 1000.0},
+           {"dur", static_cast<double>(phase.duration_ms) * 1000.0},
+           {"pid", track},
+           {"tid", track},
+           {"args", {{"thread", session.thread}, {"finished", session.finished()}}}});
+    }
+  }
+  return {{"traceEvents", events}, {"displayTimeUnit", "ms"}};
 }
 
 oru_tools::Json SessionJson(const Session& session, bool timeline) {
@@ -135,12 +188,12 @@ oru_tools::Json SessionJson(const Session& session, bool timeline) {
   return json;
 }
 
-std::string SessionText(const Session& session, bool timeline) {
+std::string SessionText(const Session& session, bool timeline, const Axis& axis) {
   std::string out =
       "run " + session.thread + ": " + session.first_time + " .. " + session.last_time + ", " +
       std::to_string(session.records) + " records, " +
       (session.finished() ? "finished" : "UNFINISHED (last: " + session.last_message + ")") + "\n";
-  return timeline ? out + Timeline(session) : out;
+  return timeline ? out + Timeline(session, axis) : out;
 }
 
 int RunLogSessions(const oru_tools::CommandLine& line) {
@@ -160,18 +213,23 @@ int RunLogSessions(const oru_tools::CommandLine& line) {
   }
   const bool json = line.Has("json");
   const bool timeline = line.Has("timeline");
+  if (line.Has("trace") &&
+      !oru_tools::WriteTraceFile(line.Value("trace"), TraceOf(splitter.sessions()))) {
+    return Fail("cannot write the trace " + line.Value("trace") + ": " + std::strerror(errno));
+  }
   if (splitter.sessions().empty() && !json) {
     std::puts("no entries");
     return kOk;
   }
   int unfinished = 0;
+  const Axis axis = AxisOf(splitter.sessions());
   oru_tools::Json listed = oru_tools::Json::array();
   for (const Session& session : splitter.sessions()) {
     unfinished += session.finished() ? 0 : 1;
     if (json) {
       listed.push_back(SessionJson(session, timeline));
     } else {
-      std::fputs(SessionText(session, timeline).c_str(), stdout);
+      std::fputs(SessionText(session, timeline, axis).c_str(), stdout);
     }
   }
   if (json) {
@@ -194,7 +252,14 @@ oru_tools::Command LogSessionsCommand() {
                      {"timeline", '\0', "",
                       "draws each run's phases with their durations: start-up (to\n"
                       "the wait for the installer), waiting for the installer, and\n"
-                      "the hand-over after it"},
+                      "the hand-over after it; every run on one axis, from the\n"
+                      "first record to the last, so that runs that overlapped\n"
+                      "are seen overlapping"},
+                     {"trace", '\0', "FILE",
+                      "also write the runs as Chrome trace-event JSON (Perfetto,\n"
+                      "chrome://tracing), as oru-installer-sim --trace does: one\n"
+                      "track a run, a span a phase, all on one time axis",
+                      oru_tools::Completer::Files()},
                      JsonOption()};
   command.details = "Exit status: 0 every run finished; 1 some run is unfinished, or a log\n"
                     "named with --file is not there; 2 usage, an unreadable log, or a line\n"
