@@ -6,6 +6,7 @@
 #include "locks/updater_lock.h"
 #include "platform/paths.h"
 #include "testing/child_process.h"
+#include "testing/run_as_user.h"
 #include "testing/sandbox.h"
 #include "tests/e2e/e2e_fixture.h"
 #include "tests/e2e/e2e_support.h"
@@ -297,6 +298,41 @@ TEST_F(OructlReadOnlyTest, ABugReportKeepsTheNewestPartOfALargeLogAndSaysItCut) 
   EXPECT_GT(kept.size(), (4u << 20) - 300);
   EXPECT_EQ(kept.substr(kept.size() - 11), "the newest\n");
   EXPECT_EQ(kept.rfind("11/24/26", 0), 0u) << "cut at the start of a record";
+  Shell("rm -rf '" + std::string(folder) + "'");
+}
+
+// As the user whose folders they are, not root: the report is made the
+// same way and changes nothing.
+TEST_F(OructlReadOnlyTest, ABugReportAsTheUserHoldsTheirLogsAndPreferences) {
+  ASSERT_TRUE(platform::CreateDirectoryTree(PrefsFolder()));
+  WritePrefs("<LogLevel>3</LogLevel>");
+  oru_testing::WriteFile(PrefsFolder() + "/oruu.log", RawLogLine("the user's own record"));
+  char folder[] = "/tmp/oru-report-XXXXXX";
+  ASSERT_NE(mkdtemp(folder), nullptr);
+  if (geteuid() == 0) {
+    ASSERT_EQ(chown(folder, oru_testing::kOtherUid, oru_testing::kOtherUid), 0);
+  }
+  const std::string archive = std::string(folder) + "/report.tar.gz";
+  std::vector<std::string> before;
+  std::vector<std::string> after;
+  const int status = oru_testing::RunAsUser(oru_testing::kOtherUid, sandbox_->root(), [&] {
+    before = StateOf(sandbox_->root());
+    ChildProgram child = oru_testing::StartProgram(ORU_ORUCTL, {"bug-report", "-o", archive});
+    oru_testing::ReadAll(child);
+    const int made = oru_testing::FinishProgram(child);
+    after = StateOf(sandbox_->root());
+    return made == 0 && before == after ? 0 : 1;
+  });
+  EXPECT_EQ(status, 0);
+  struct stat info = {};
+  ASSERT_EQ(stat(archive.c_str(), &info), 0);
+  if (geteuid() == 0) {
+    EXPECT_EQ(info.st_uid, oru_testing::kOtherUid);
+  }
+  EXPECT_NE(Shell("tar -xzOf '" + archive + "' logs/oruu.log").find("the user's own record"),
+            std::string::npos);
+  EXPECT_NE(Shell("tar -xzOf '" + archive + "' prefs/NuvexUpdaterPrefs.dat").find("<LogLevel>3"),
+            std::string::npos);
   Shell("rm -rf '" + std::string(folder) + "'");
 }
 
