@@ -3,7 +3,6 @@
 #include "platform/safe_fs.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <zlib.h>
 
@@ -14,10 +13,14 @@ namespace {
 constexpr size_t kBlock = 512;
 constexpr int kGzipWindow = 15 + 16; // zlib's window bits, plus 16 for a gzip wrapper
 
-// An octal number of `width` - 1 digits and a NUL, as ustar fields are.
+// An octal number of `width` - 1 digits and a NUL, as ustar fields are;
+// the digits that do not fit are dropped (no entry here comes near).
 void Octal(char* field, size_t width, uint64_t value) {
-  std::snprintf(field, width, "%0*llo", static_cast<int>(width - 1),
-                static_cast<unsigned long long>(value));
+  field[width - 1] = '\0';
+  for (size_t digit = width - 1; digit > 0; --digit) {
+    field[digit - 1] = static_cast<char>('0' + (value & 7));
+    value >>= 3;
+  }
 }
 
 std::string Header(const std::string& name, uint64_t size, uint32_t mode, int64_t mtime) {
@@ -36,7 +39,7 @@ std::string Header(const std::string& name, uint64_t size, uint32_t mode, int64_
   for (const char byte : block) {
     sum += static_cast<unsigned char>(byte);
   }
-  std::snprintf(&block[148], 8, "%06o", sum);
+  Octal(&block[148], 7, sum); // six digits, a NUL, and the blank already there
   return block;
 }
 
