@@ -70,7 +70,7 @@ const char* ReadingName(PlacedTime::Reading reading) {
   return "one";
 }
 
-oru_tools::Json RecordJson(const LogRecord& record) {
+oru_tools::Json RecordJson(const LogRecord& record, LogTimePlacer& placer) {
   oru_tools::Json fields = oru_tools::Json::object();
   for (size_t index = 0; index < 6; ++index) {
     fields["f" + std::to_string(index + 1)] = record.fields[index];
@@ -80,7 +80,7 @@ oru_tools::Json RecordJson(const LogRecord& record) {
       {"file", record.file},
       {"line", record.line > 0 ? oru_tools::Json(record.line) : oru_tools::Json(nullptr)}};
   PlacedTime placed;
-  if (PlaceLogTime(record.time, placed)) {
+  if (placer.Place(record.time, placed)) {
     json["time"] = placed.rfc3339;
     json["epoch_ms"] = placed.epochMs;
     json["time_reading"] = ReadingName(placed.reading);
@@ -109,7 +109,7 @@ public:
   void Print(const LogRecord& record) {
     ++printed_;
     if (json_) {
-      const std::string text = oru_tools::JsonText(RecordJson(record));
+      const std::string text = oru_tools::JsonText(RecordJson(record, placer_));
       if (json_lines_) {
         std::printf("%s\n", text.c_str());
       } else {
@@ -145,6 +145,7 @@ private:
   bool following_ = false;
   bool mark_files_ = false;
   size_t printed_ = 0;
+  LogTimePlacer placer_;
 };
 
 bool ReadTime(const oru_tools::CommandLine& line, const char* name, bool& has, int64_t& seconds) {

@@ -11,9 +11,9 @@ namespace {
 
 // The moment of `record`, no earlier than `previous` where its wall time
 // allows.
-int64_t MomentOf(const LogRecord& record, int64_t previous) {
+int64_t MomentOf(const LogRecord& record, int64_t previous, LogTimePlacer& placer) {
   PlacedTime placed;
-  if (!PlaceLogTime(record.time, placed)) {
+  if (!placer.Place(record.time, placed)) {
     return record.TimeMs();
   }
   const bool passed_the_first = placed.reading == PlacedTime::Reading::kFold &&
@@ -26,10 +26,11 @@ int64_t MomentOf(const LogRecord& record, int64_t previous) {
 bool MergeLogs(const std::vector<std::string>& logs, std::vector<MergedRecord>& records,
                std::string& error) {
   records.clear();
+  LogTimePlacer placer;
   for (const std::string& log : logs) {
     int64_t previous = std::numeric_limits<int64_t>::min();
     const auto take = [&](const LogRecord& record) {
-      previous = MomentOf(record, previous);
+      previous = MomentOf(record, previous, placer);
       records.push_back({record, previous});
       return true;
     };

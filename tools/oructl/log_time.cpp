@@ -1,5 +1,6 @@
 #include "tools/oructl/log_time.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 #include <optional>
@@ -45,6 +46,23 @@ bool ParseWritten(const std::string& written, struct tm& wall, int& milliseconds
   return end && *end == '\0';
 }
 
+// The wall time's fields counted as if they were UTC: moments of one offset
+// differ from it by that offset.
+int64_t WallSeconds(const struct tm& wall) {
+  struct tm copy = wall;
+  return static_cast<int64_t>(timegm(&copy));
+}
+
+std::string WallRfc3339(const struct tm& wall, int milliseconds, long offset) {
+  const long magnitude = offset < 0 ? -offset : offset;
+  char text[64];
+  std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03d%c%02ld:%02ld",
+                wall.tm_year + 1900, wall.tm_mon + 1, wall.tm_mday, wall.tm_hour, wall.tm_min,
+                wall.tm_sec, milliseconds, offset < 0 ? '-' : '+', magnitude / 3600,
+                (magnitude % 3600) / 60);
+  return text;
+}
+
 } // namespace
 
 std::string Rfc3339(int64_t epoch_ms) {
@@ -64,33 +82,59 @@ std::string Rfc3339(int64_t epoch_ms) {
 }
 
 bool PlaceLogTime(const std::string& written, PlacedTime& out) {
+  return LogTimePlacer().Place(written, out);
+}
+
+LogTimePlacer::MinuteReading LogTimePlacer::ReadMinute(const struct tm& wall) {
+  struct tm start = wall;
+  start.tm_sec = 0;
+  const int64_t start_seconds = WallSeconds(start);
+  std::vector<time_t> moments;
+  for (const int summer_time : {0, 1}) {
+    if (const std::optional<time_t> when = ReadAs(start, summer_time)) {
+      moments.push_back(*when);
+    }
+  }
+  LogTimePlacer::MinuteReading reading;
+  if (moments.empty()) {
+    struct tm asked = start;
+    asked.tm_isdst = 0; // before the jump, the clock ran on standard time
+    moments.push_back(mktime(&asked));
+    reading.reading = PlacedTime::Reading::kSkipped;
+  }
+  std::sort(moments.begin(), moments.end());
+  reading.offset = static_cast<long>(start_seconds - moments.front());
+  if (moments.size() == 2 && moments[0] != moments[1]) {
+    reading.reading = PlacedTime::Reading::kFold;
+    reading.laterOffset = static_cast<long>(start_seconds - moments.back());
+  }
+  return reading;
+}
+
+bool LogTimePlacer::Place(const std::string& written, PlacedTime& out) {
   struct tm wall = {};
   int milliseconds = 0;
   if (!ParseWritten(written, wall, milliseconds)) {
     return false;
   }
-  std::vector<time_t> moments;
-  for (const int summer_time : {0, 1}) {
-    if (const std::optional<time_t> when = ReadAs(wall, summer_time)) {
-      moments.push_back(*when);
-    }
+  const int64_t wall_seconds = WallSeconds(wall);
+  const int64_t minute = wall_seconds / 60 - (wall_seconds % 60 < 0 ? 1 : 0);
+  if (minute != minute_) {
+    minute_ = minute;
+    reading_ = ReadMinute(wall);
   }
   out = PlacedTime();
-  if (moments.empty()) {
-    struct tm asked = wall;
-    asked.tm_isdst = 0; // before the jump, the clock ran on standard time
-    moments.push_back(mktime(&asked));
-    out.reading = PlacedTime::Reading::kSkipped;
+  out.reading = reading_.reading;
+  out.epochMs = (wall_seconds - reading_.offset) * 1000 + milliseconds;
+  // A skipped wall time is written as the moment's own local time, which
+  // the clock showed just after its jump.
+  out.rfc3339 = out.reading == PlacedTime::Reading::kSkipped
+                    ? Rfc3339(out.epochMs)
+                    : WallRfc3339(wall, milliseconds, reading_.offset);
+  if (out.reading == PlacedTime::Reading::kFold) {
+    out.laterEpochMs = (wall_seconds - reading_.laterOffset) * 1000 + milliseconds;
+    out.laterRfc3339 = WallRfc3339(wall, milliseconds, reading_.laterOffset);
   }
-  if (moments.size() == 2 && moments[0] != moments[1]) {
-    const bool swapped = moments[1] < moments[0];
-    out.reading = PlacedTime::Reading::kFold;
-    out.laterEpochMs = static_cast<int64_t>(moments[swapped ? 0 : 1]) * 1000 + milliseconds;
-    out.laterRfc3339 = Rfc3339(out.laterEpochMs);
-    moments[0] = moments[swapped ? 1 : 0];
-  }
-  out.epochMs = static_cast<int64_t>(moments[0]) * 1000 + milliseconds;
-  out.rfc3339 = Rfc3339(out.epochMs);
   return true;
 }
 

@@ -6,6 +6,7 @@
 #define ORU_TOOLS_ORUCTL_LOG_TIME_H
 
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 namespace oructl {
@@ -27,6 +28,28 @@ struct PlacedTime {
 // C locale) names in the time zone in force (TZ). False for text that is no
 // such time.
 bool PlaceLogTime(const std::string& written, PlacedTime& out);
+
+// PlaceLogTime for many records: the zone's offsets change only at whole
+// minutes, so how one minute of wall time reads is worked out once (a few
+// calls into the time zone code) and the records of that minute are placed
+// by arithmetic.
+class LogTimePlacer {
+public:
+  bool Place(const std::string& written, PlacedTime& out);
+
+private:
+  struct MinuteReading {
+    PlacedTime::Reading reading = PlacedTime::Reading::kOne;
+    long offset = 0;      // seconds east of UTC, of the first moment
+    long laterOffset = 0; // of the second, in a fold
+  };
+  // How the minute of `wall` reads in the zone in force: the moments its
+  // first second names, as offsets from its fields.
+  static MinuteReading ReadMinute(const struct tm& wall);
+
+  int64_t minute_ = -1; // the wall minute last read, as minutes since 1970 of its fields
+  MinuteReading reading_;
+};
 
 // RFC 3339 of a moment, in the zone in force, with milliseconds and the
 // zone's offset at that moment ("Z" never: the offset is always written).
