@@ -5,7 +5,6 @@
 #include "platform/safe_fs.h"
 #include "tools/common/tar_gz_writer.h"
 #include "tools/oructl/bug_report.h"
-#include "tools/oructl/log_records.h"
 #include "tools/oructl/oructl.h"
 
 #include <cerrno>
@@ -84,10 +83,9 @@ void SayWhatWasCollected(const std::string& path, const std::vector<ReportItem>&
 
 int RunBugReport(const oru_tools::CommandLine& line) {
   int64_t since = 0;
-  const bool has_since = line.Has("since");
-  if (has_since && !ParseLogTime(line.Value("since"), time(nullptr), since)) {
-    return Fail("--since takes a time such as \"2026-11-22T10:00\", \"today\" or \"-2h\", not '" +
-                line.Value("since") + "'");
+  bool has_since = false;
+  if (!ReadTimeOption(line, "since", has_since, since)) {
+    return kError;
   }
   const std::string path = oru_tools::AbsolutePath(
       line.Has("output") ? line.Value("output") : DefaultReportName(time(nullptr)));

@@ -1,10 +1,12 @@
 #include "platform/safe_fs.h"
 #include "tools/oructl/ipc_state.h"
+#include "tools/oructl/log_records.h"
 #include "tools/oructl/oructl.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 
 namespace oructl {
 
@@ -35,6 +37,19 @@ oru_tools::Option LevelFilterOption() {
 
 oru_tools::Completer TimeCompleter() {
   return oru_tools::Completer::Words({"now", "today", "yesterday", "tomorrow", "-1h", "-1d"});
+}
+
+bool ReadTimeOption(const oru_tools::CommandLine& line, const char* name, bool& has,
+                    int64_t& seconds) {
+  if (!line.Has(name)) {
+    return true;
+  }
+  has = ParseLogTime(line.Value(name), static_cast<int64_t>(time(nullptr)), seconds);
+  if (!has) {
+    Fail(std::string("--") + name + " takes a time such as \"2026-11-22T10:00\", \"today\" or " +
+         "\"-2h\" (see --help), not '" + line.Value(name) + "'");
+  }
+  return has;
 }
 
 bool NamedLogIsThere(const std::string& file, int& status) {

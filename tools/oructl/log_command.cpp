@@ -148,18 +148,6 @@ private:
   LogTimePlacer placer_;
 };
 
-bool ReadTime(const oru_tools::CommandLine& line, const char* name, bool& has, int64_t& seconds) {
-  if (!line.Has(name)) {
-    return true;
-  }
-  has = ParseLogTime(line.Value(name), static_cast<int64_t>(time(nullptr)), seconds);
-  if (!has) {
-    Fail(std::string("--") + name + " takes a time such as \"2026-11-22T10:00\", \"today\" or " +
-         "\"-2h\" (see --help), not '" + line.Value(name) + "'");
-  }
-  return has;
-}
-
 bool ReadFilters(const oru_tools::CommandLine& line, Filters& filters) {
   filters.field = line.Value("field");
   filters.thread = line.Has("pid") ? line.Value("pid") : line.Value("thread");
@@ -167,8 +155,8 @@ bool ReadFilters(const oru_tools::CommandLine& line, Filters& filters) {
     Fail("unknown level '" + line.Value("level") + "'");
     return false;
   }
-  return ReadTime(line, "since", filters.has_since, filters.since) &&
-         ReadTime(line, "until", filters.has_until, filters.until);
+  return ReadTimeOption(line, "since", filters.has_since, filters.since) &&
+         ReadTimeOption(line, "until", filters.has_until, filters.until);
 }
 
 bool ReadCount(const oru_tools::CommandLine& line, long& count) {
@@ -253,9 +241,11 @@ std::vector<std::string> LogsToRead(const oru_tools::CommandLine& line, int& sta
     }
     logs.push_back(oru_tools::AbsolutePath(named));
   }
-  for (const std::string& configured : line.Has("all") ? ProductLogPaths() : logs) {
-    if (std::find(logs.begin(), logs.end(), configured) == logs.end()) {
-      logs.push_back(configured);
+  if (line.Has("all")) {
+    for (const std::string& configured : ProductLogPaths()) {
+      if (std::find(logs.begin(), logs.end(), configured) == logs.end()) {
+        logs.push_back(configured);
+      }
     }
   }
   if (logs.empty()) {

@@ -6,6 +6,7 @@
 
 #include "tools/common/command_table.h"
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,11 @@ oru_tools::Completer TimeCompleter();
 // kNegative and gives an empty path; so does a log nobody configured, with
 // kError. The updater's own log may be missing (nothing written yet).
 std::string LogToRead(const oru_tools::CommandLine& line, int& status);
+// Reads the time option `name` (as log --since takes it) into `seconds`
+// and sets `has`; true when it is absent. False, with the mistake said, for
+// a value that is no time.
+bool ReadTimeOption(const oru_tools::CommandLine& line, const char* name, bool& has,
+                    int64_t& seconds);
 // Whether a log named on the command line is there; when it is not, says
 // so with the system's reason and sets `status` to kNegative.
 bool NamedLogIsThere(const std::string& file, int& status);
