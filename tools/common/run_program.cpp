@@ -47,27 +47,29 @@ int ExitOf(int status) {
 
 } // namespace
 
-// Three pipes: standard input (ended at once), output and errors.
-struct Pipes {
-  platform::ScopedFd ends[6];
-  bool Open() {
-    for (int index = 0; index < 6; index += 2) {
-      int pair[2];
-      if (pipe(pair) != 0) {
-        return false;
-      }
-      ends[index].reset(pair[0]);
-      ends[index + 1].reset(pair[1]);
-      // Only the ends given to the child as 0, 1 and 2 reach it.
-      fcntl(pair[0], F_SETFD, FD_CLOEXEC);
-      fcntl(pair[1], F_SETFD, FD_CLOEXEC);
-    }
-    ends[1].reset(); // nothing is ever written to the child's input
-    return true;
+// One pipe; both ends close on exec, so that only what is given to the
+// child as 0, 1 and 2 reaches it.
+bool OpenPipe(platform::ScopedFd& read_end, platform::ScopedFd& write_end) {
+  int ends[2];
+  if (pipe(ends) != 0) {
+    return false;
   }
-  int input() const { return ends[0].get(); }
-  int output(int end) const { return ends[2 + end].get(); }
-  int errors(int end) const { return ends[4 + end].get(); }
+  read_end.reset(ends[0]);
+  write_end.reset(ends[1]);
+  fcntl(ends[0], F_SETFD, FD_CLOEXEC);
+  fcntl(ends[1], F_SETFD, FD_CLOEXEC);
+  return true;
+}
+
+// The child's standard input (ended at once), output and errors.
+struct Pipes {
+  platform::ScopedFd input, inputWriter, output, outputWriter, errors, errorsWriter;
+  bool Open() {
+    const bool opened = OpenPipe(input, inputWriter) && OpenPipe(output, outputWriter) &&
+                        OpenPipe(errors, errorsWriter);
+    inputWriter.reset(); // nothing is ever written to the child's input
+    return opened;
+  }
 };
 
 ProgramRun RunProgram(const std::string& program, const std::vector<std::string>& arguments) {
@@ -78,9 +80,9 @@ ProgramRun RunProgram(const std::string& program, const std::vector<std::string>
   }
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, pipes.input(), STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, pipes.output(1), STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, pipes.errors(1), STDERR_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, pipes.input.get(), STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, pipes.outputWriter.get(), STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, pipes.errorsWriter.get(), STDERR_FILENO);
   std::vector<char*> argv{const_cast<char*>(program.c_str())};
   for (const std::string& argument : arguments) {
     argv.push_back(const_cast<char*>(argument.c_str()));
@@ -92,9 +94,9 @@ ProgramRun RunProgram(const std::string& program, const std::vector<std::string>
   if (!run.started) {
     return run;
   }
-  pipes.ends[3].reset();
-  pipes.ends[5].reset();
-  Drain(pipes.output(0), pipes.errors(0), run.output, run.errors);
+  pipes.outputWriter.reset();
+  pipes.errorsWriter.reset();
+  Drain(pipes.output.get(), pipes.errors.get(), run.output, run.errors);
   int status = 0;
   while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
   }
