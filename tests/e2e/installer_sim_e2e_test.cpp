@@ -9,6 +9,8 @@
 #include "tests/e2e/e2e_support.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <ctime>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
@@ -198,21 +200,92 @@ TEST_F(InstallerSimTest, TwoLaunchersAtOnceTheSecondHandsBack) {
   EXPECT_TRUE(zelto.WaitForStart());
 }
 
-// The two launchers as the log has them, drawn by oructl log sessions
-// --trace: one track a run on one time axis, the second run inside the
-// first's wait for the installer.
-TEST_F(InstallerSimTest, TheLogsTraceOfTwoLaunchersShowsTheSecondInsideTheFirstsWait) {
+// What the trace engine of Chrome's DevTools Performance panel made of a
+// trace file (scripts/setup installs it): the trace's bounds, and each
+// process with its name and spans. Null when the engine could not read it.
+nlohmann::json LoadedByTheTraceEngine(const std::string& file) {
+  const oru_testing::ErrorCapture errors;
+  oru_testing::ChildProgram node =
+      oru_testing::StartProgram(ORU_NODE, {ORU_TRACE_ENGINE_LOADER, file}, -1, -1, errors.fd());
+  const std::string said = oru_testing::ReadAll(node);
+  const int exit_code = oru_testing::FinishProgram(node);
+  EXPECT_EQ(exit_code, 0) << "node " << ORU_NODE << ": " << errors.Text()
+                          << "(scripts/setup installs node and the trace engine)";
+  return exit_code == 0 ? nlohmann::json::parse(said) : nlohmann::json();
+}
+
+// Every span lies within the bounds the engine gave the trace: a span
+// outside them is not drawn where it happened.
+void ExpectEverySpanWithinTheBounds(const nlohmann::json& loaded) {
+  const double min = loaded["bounds"]["min"];
+  const double max = loaded["bounds"]["max"];
+  for (const auto& process : loaded["processes"]) {
+    for (const auto& span : process["spans"]) {
+      EXPECT_GE(span["ts"].get<double>(), min) << process["name"] << " " << span;
+      EXPECT_LE(span["ts"].get<double>() + span["dur"].get<double>(), max)
+          << process["name"] << " " << span;
+    }
+  }
+}
+
+// The span of a process named `name` in what the engine loaded; null if none.
+nlohmann::json SpanOf(const nlohmann::json& process, const std::string& name) {
+  for (const auto& span : process["spans"]) {
+    if (span["name"] == name) {
+      return span;
+    }
+  }
+  return nlohmann::json();
+}
+
+TEST_F(InstallerSimTest, TheSimulatorsTraceLoadsInTheTraceEngineWithEverySpanInItsBounds) {
   e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
   int exit_code = -1;
-  const std::string report = Run({"--scenario", "two-launchers"}, exit_code);
+  const std::string file = sandbox_->Path("handover.trace.json");
+  const std::string report =
+      Run({"--scenario", "post-after", "--post-delay", "20", "--trace", file}, exit_code);
   ASSERT_EQ(exit_code, 0) << report;
-  const std::string file = sandbox_->Path("runs.trace.json");
-  const oru_testing::ErrorCapture errors;
-  oru_testing::ChildProgram sessions = oru_testing::StartProgram(
-      ORU_ORUCTL, {"log", "sessions", "--trace", file}, -1, -1, errors.fd());
-  const std::string said = oru_testing::ReadAll(sessions);
-  ASSERT_EQ(oru_testing::FinishProgram(sessions), 0) << said << errors.Text();
-  const nlohmann::json trace = nlohmann::json::parse(oru_testing::ReadFile(file));
+  const nlohmann::json loaded = LoadedByTheTraceEngine(file);
+  ASSERT_FALSE(loaded.is_null());
+  ASSERT_EQ(loaded["processes"].size(), 3u) << loaded.dump(1);
+  EXPECT_EQ(loaded["processes"][0]["name"], "installer (oru-installer-sim)");
+  EXPECT_EQ(loaded["processes"][1]["name"], "OruLauncher");
+  EXPECT_FALSE(SpanOf(loaded["processes"][0], "installer lock held").is_null()) << loaded.dump(1);
+  EXPECT_EQ(loaded["processes"][1]["spans"].size(), 3u) << loaded.dump(1);
+  ExpectEverySpanWithinTheBounds(loaded);
+}
+
+class TwoLaunchersLogTest : public InstallerSimTest {
+protected:
+  // Runs the two-launchers scenario and draws the log it left with
+  // oructl log sessions --trace; the trace file.
+  std::string TraceOfTheLog() {
+    e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
+    int exit_code = -1;
+    started_s_ = time(nullptr);
+    const std::string report = Run({"--scenario", "two-launchers"}, exit_code);
+    ended_s_ = time(nullptr);
+    EXPECT_EQ(exit_code, 0) << report;
+    EXPECT_TRUE(zelto.WaitForStart());
+    const std::string file = sandbox_->Path("runs.trace.json");
+    const oru_testing::ErrorCapture errors;
+    oru_testing::ChildProgram sessions = oru_testing::StartProgram(
+        ORU_ORUCTL, {"log", "sessions", "--trace", file}, -1, -1, errors.fd());
+    const std::string said = oru_testing::ReadAll(sessions);
+    EXPECT_EQ(oru_testing::FinishProgram(sessions), 0) << said << errors.Text();
+    return file;
+  }
+
+  // The whole seconds of the clock when the scenario started and ended.
+  int64_t started_s_ = 0;
+  int64_t ended_s_ = 0;
+};
+
+// The two launchers as the log has them: one track a run on one time axis
+// (the moments the records name, in microseconds since 1970), the second run
+// inside the first's wait for the installer.
+TEST_F(TwoLaunchersLogTest, TheLogsTraceShowsTheSecondRunInsideTheFirstsWait) {
+  const nlohmann::json trace = nlohmann::json::parse(oru_testing::ReadFile(TraceOfTheLog()));
   ExpectValidTrace(trace);
   std::map<int, std::vector<nlohmann::json>> tracks;
   for (const auto& event : trace["traceEvents"]) {
@@ -226,13 +299,36 @@ TEST_F(InstallerSimTest, TheLogsTraceOfTwoLaunchersShowsTheSecondInsideTheFirsts
   ASSERT_EQ(first.size(), 3u) << trace.dump(1);
   const nlohmann::json& wait = first[1];
   EXPECT_EQ(wait["name"], "waiting for the installer");
+  const int64_t wait_from = wait["ts"];
+  const int64_t wait_to = wait_from + wait["dur"].get<int64_t>();
+  for (const auto& span : second) {
+    EXPECT_GE(span["ts"].get<int64_t>(), wait_from) << span;
+    EXPECT_LE(span["ts"].get<int64_t>() + span["dur"].get<int64_t>(), wait_to) << span;
+  }
+  // The axis is the records' own moments since 1970, which the run's clock
+  // readings bracket.
+  EXPECT_GE(first[0]["ts"].get<int64_t>(), started_s_ * 1000000);
+  EXPECT_LT(first[0]["ts"].get<int64_t>(), (ended_s_ + 1) * 1000000);
+}
+
+TEST_F(TwoLaunchersLogTest, TheLogsTraceLoadsInTheTraceEngineWithBothRunsOnOneAxis) {
+  const nlohmann::json loaded = LoadedByTheTraceEngine(TraceOfTheLog());
+  ASSERT_FALSE(loaded.is_null());
+  ASSERT_EQ(loaded["processes"].size(), 2u) << loaded.dump(1);
+  const nlohmann::json& first = loaded["processes"][0];
+  const nlohmann::json& second = loaded["processes"][1];
+  EXPECT_EQ(first["name"].get<std::string>().rfind("OruLauncher run ", 0), 0u) << first["name"];
+  EXPECT_EQ(second["name"].get<std::string>().rfind("OruLauncher run ", 0), 0u) << second["name"];
+  const nlohmann::json wait = SpanOf(first, "waiting for the installer");
+  ASSERT_FALSE(wait.is_null()) << loaded.dump(1);
+  ASSERT_FALSE(second["spans"].empty()) << loaded.dump(1);
   const double wait_from = wait["ts"];
   const double wait_to = wait_from + wait["dur"].get<double>();
-  for (const auto& span : second) {
+  for (const auto& span : second["spans"]) {
     EXPECT_GE(span["ts"].get<double>(), wait_from) << span;
     EXPECT_LE(span["ts"].get<double>() + span["dur"].get<double>(), wait_to) << span;
   }
-  EXPECT_EQ(first[0]["ts"], 0.0) << "the axis starts at the view's first record";
+  ExpectEverySpanWithinTheBounds(loaded);
 }
 
 TEST_F(InstallerSimTest, ZeltoMissingReportsAHandBack) {

@@ -462,6 +462,65 @@ TEST_F(OructlLogTest, AllMergesEveryLogThePreferencesName) {
   EXPECT_EQ(Oructl({"log", "--all", "-f"}).exit_code, 2);
 }
 
+// log sessions over every log: the installer's runs, from its own log,
+// drawn beside the launcher's on one axis; in the updater's log only the
+// updater's records make runs.
+TEST_F(OructlLogTest, SessionsOfAllLogsDrawTheInstallersRunsBesideTheLaunchers) {
+  std::string installer_log = Oructl({"prefs", "get", "InstallerLogFile"}).output;
+  installer_log.pop_back();
+  std::string updater_log = Oructl({"prefs", "get", "LogFile"}).output;
+  updater_log.pop_back();
+  ASSERT_EQ(Oructl({"prefs", "set", "LogFile", updater_log}).exit_code, 0);
+  oru_testing::WriteFile(
+      updater_log,
+      LogLine("11/22/26 10:00:00:000", "5", "INFO", ">>> Nuvex Updater Log Begin >>>") +
+          LogLine("11/22/26 10:00:00:020", "5", "INFO",
+                  "Oru Launcher  : Acquiring kSyncOruLauncherWaitKey Lock.") +
+          LogLine("11/22/26 10:00:00:500", "9", "INFO", "a script", "SCRIPT") +
+          LogLine("11/22/26 10:00:01:520", "5", "INFO", "<<< Nuvex Updater Log End <<<") + "\n\n");
+  oru_testing::WriteFile(installer_log,
+                         LogLine("11/22/26 09:59:59:000", "8", "INFO", "installing", "INSTALLER") +
+                             LogLine("11/22/26 10:00:01:500", "8", "INFO", "posted", "INSTALLER"));
+  const std::string trace_file = sandbox_->Path("all.trace.json");
+  const Result text = Oructl({"log", "sessions", "--all", "--trace", trace_file});
+  EXPECT_EQ(text.exit_code, 1) << "the installer's run has no end banner: " << text.output;
+  const std::vector<std::string> lines = Lines(text.output);
+  ASSERT_EQ(lines.size(), 2u) << text.output;
+  EXPECT_EQ(lines[0].rfind("oruui.log run 8: 11/22/26 09:59:59:000 .. 11/22/26 10:00:01:500, 2 "
+                           "records, UNFINISHED",
+                           0),
+            0u)
+      << lines[0];
+  EXPECT_EQ(lines[1].rfind("run 5: 11/22/26 10:00:00:000 .. 11/22/26 10:00:01:520, 3 records, "
+                           "finished",
+                           0),
+            0u)
+      << lines[1];
+
+  const auto first_record = nlohmann::json::parse(Oructl({"log", "--all", "--json"}).output)[0];
+  const auto trace = nlohmann::json::parse(oru_testing::ReadFile(trace_file));
+  std::map<std::string, std::vector<nlohmann::json>> tracks;
+  std::map<int, std::string> names;
+  for (const auto& event : trace["traceEvents"]) {
+    if (event["ph"] == "M") {
+      names[event["pid"]] = event["args"]["name"];
+    } else {
+      tracks[names[event["pid"]]].push_back(event);
+    }
+  }
+  ASSERT_EQ(tracks.size(), 2u) << trace.dump(1);
+  const auto& installer = tracks["oruui.log run 8"];
+  const auto& launcher = tracks["OruLauncher run 5"];
+  ASSERT_EQ(installer.size(), 1u) << trace.dump(1);
+  ASSERT_EQ(launcher.size(), 3u) << trace.dump(1);
+  // One axis, the moments the records name, in microseconds since 1970.
+  EXPECT_EQ(installer[0]["ts"].get<int64_t>(), first_record["epoch_ms"].get<int64_t>() * 1000);
+  EXPECT_EQ(installer[0]["dur"], 2500000);
+  EXPECT_EQ(launcher[1]["name"], "waiting for the installer");
+  EXPECT_EQ(launcher[1]["ts"].get<int64_t>() - installer[0]["ts"].get<int64_t>(), 1020000);
+  EXPECT_EQ(launcher[1]["dur"], 1500000);
+}
+
 // The follower is stopped while the log is rotated and then grows past the
 // place where the follower stopped reading: once it runs again it still
 // shows each new record once, from the start of the emptied file.

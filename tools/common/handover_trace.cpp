@@ -48,11 +48,9 @@ Json HandOverTrace(const HandOverStamps& stamps, const std::string& scenario,
       {"Zelto's first instruction", kZeltoTrack, stamps.zeltoStarted, stamps.zeltoStarted, 0},
   };
   std::vector<Span> spans;
-  long long origin = 0;
   for (const Span& span : candidates) {
     if (span.from > 0 && span.to >= span.from) {
       spans.push_back(span);
-      origin = origin == 0 ? span.from : std::min(origin, span.from);
     }
   }
   std::stable_sort(spans.begin(), spans.end(),
@@ -68,7 +66,7 @@ Json HandOverTrace(const HandOverStamps& stamps, const std::string& scenario,
     events.push_back({{"name", span.name},
                       {"cat", "handover"},
                       {"ph", "X"},
-                      {"ts", static_cast<double>(span.from - origin) / 1000.0},
+                      {"ts", static_cast<double>(span.from) / 1000.0},
                       {"dur", static_cast<double>(span.to - span.from) / 1000.0},
                       {"pid", span.track},
                       {"tid", span.track},

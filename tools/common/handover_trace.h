@@ -29,7 +29,9 @@ struct HandOverStamps {
 // start, the spans "installer lock held", "launcher start to blocked wait",
 // "waiting for the installer's post", "post to launcher exit" and "Zelto's
 // first instruction" (an instant, drawn as a span of no length). Times are
-// microseconds from the first stamp.
+// the stamps in microseconds, as Chrome's own traces take the monotonic
+// clock: never counted from 0, which trace viewers read as a time not given
+// and leave out of the trace's bounds.
 Json HandOverTrace(const HandOverStamps& stamps, const std::string& scenario,
                    const std::string& outcome);
 

@@ -3,6 +3,7 @@
 #include "tools/oructl/log_records.h"
 #include "tools/oructl/oructl.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -22,6 +23,20 @@ oru_tools::Option JsonOption() {
 oru_tools::Option FileOption() {
   return {"file", '\0', "PATH", "the log at PATH instead of the updater's",
           oru_tools::Completer::Files()};
+}
+
+oru_tools::Option ManyFilesOption() {
+  return {"file", '\0', "PATH",
+          "the log at PATH instead of the updater's; given more\n"
+          "than once, those logs merged by time",
+          oru_tools::Completer::Files()};
+}
+
+oru_tools::Option AllLogsOption() {
+  return {"all", '\0', "",
+          "every log of the updater's programs that the\n"
+          "preferences name (LogFile, InstallerLogFile, ...),\n"
+          "merged by time; each record is marked with its log"};
 }
 
 oru_tools::Option NoPagerOption() {
@@ -75,6 +90,31 @@ std::string LogToRead(const oru_tools::CommandLine& line, int& status) {
   }
   const std::string file = line.Value("file");
   return NamedLogIsThere(file, status) ? file : std::string();
+}
+
+std::vector<std::string> LogsToRead(const oru_tools::CommandLine& line, int& status) {
+  if (!line.Has("all") && line.Values("file").size() <= 1) {
+    const std::string file = LogToRead(line, status);
+    return file.empty() ? std::vector<std::string>() : std::vector<std::string>{file};
+  }
+  std::vector<std::string> logs;
+  for (const std::string& named : line.Values("file")) {
+    if (!NamedLogIsThere(named, status)) {
+      return {};
+    }
+    logs.push_back(oru_tools::AbsolutePath(named));
+  }
+  if (line.Has("all")) {
+    for (const std::string& configured : ProductLogPaths()) {
+      if (std::find(logs.begin(), logs.end(), configured) == logs.end()) {
+        logs.push_back(configured);
+      }
+    }
+  }
+  if (logs.empty()) {
+    status = Fail("no log file is configured");
+  }
+  return logs;
 }
 
 } // namespace oructl

@@ -226,34 +226,6 @@ int PrintRecords(const std::string& file, const Filters& filters, long count, bo
   return kOk;
 }
 
-// The logs a view reads: those named with --file and, with --all, every
-// log the preferences name; the updater's alone when neither is given.
-// Empty, with `status` set, when a log named with --file is not there.
-std::vector<std::string> LogsToRead(const oru_tools::CommandLine& line, int& status) {
-  if (!line.Has("all") && line.Values("file").size() <= 1) {
-    const std::string file = LogToRead(line, status);
-    return file.empty() ? std::vector<std::string>() : std::vector<std::string>{file};
-  }
-  std::vector<std::string> logs;
-  for (const std::string& named : line.Values("file")) {
-    if (!NamedLogIsThere(named, status)) {
-      return {};
-    }
-    logs.push_back(oru_tools::AbsolutePath(named));
-  }
-  if (line.Has("all")) {
-    for (const std::string& configured : ProductLogPaths()) {
-      if (std::find(logs.begin(), logs.end(), configured) == logs.end()) {
-        logs.push_back(configured);
-      }
-    }
-  }
-  if (logs.empty()) {
-    status = Fail("no log file is configured");
-  }
-  return logs;
-}
-
 // Several logs as one view, in time order; the last `count` records that
 // pass the filters when `count` is not negative.
 int PrintMerged(const std::vector<std::string>& logs, const Filters& filters, long count,
@@ -313,14 +285,8 @@ int RunLog(const oru_tools::CommandLine& line) {
 }
 
 std::vector<oru_tools::Option> LogOptions() {
-  return {{"file", '\0', "PATH",
-           "the log at PATH instead of the updater's; given more\n"
-           "than once, those logs merged by time",
-           oru_tools::Completer::Files()},
-          {"all", '\0', "",
-           "every log of the updater's programs that the\n"
-           "preferences name (LogFile, InstallerLogFile, ...),\n"
-           "merged by time; each record is marked with its log"},
+  return {ManyFilesOption(),
+          AllLogsOption(),
           {"lines", 'n', "N",
            "only the last N records (that pass the filters), read\nfrom the end of the log"},
           {"follow", 'f', "",

@@ -1,40 +1,29 @@
 #include "tools/oructl/log_merge.h"
 
-#include "tools/oructl/log_time.h"
-
 #include <algorithm>
-#include <limits>
 
 namespace oructl {
 
-namespace {
-
-// The moment of `record`, no earlier than `previous` where its wall time
-// allows.
-int64_t MomentOf(const LogRecord& record, int64_t previous, LogTimePlacer& placer) {
+int64_t LogMoments::Next(const LogRecord& record) {
   PlacedTime placed;
-  if (!placer.Place(record.time, placed)) {
-    return record.TimeMs();
+  if (!placer_.Place(record.time, placed)) {
+    return previous_ = record.TimeMs();
   }
   const bool passed_the_first = placed.reading == PlacedTime::Reading::kFold &&
-                                placed.epochMs < previous && placed.laterEpochMs >= previous;
-  return passed_the_first ? placed.laterEpochMs : placed.epochMs;
+                                placed.epochMs < previous_ && placed.laterEpochMs >= previous_;
+  return previous_ = passed_the_first ? placed.laterEpochMs : placed.epochMs;
 }
-
-} // namespace
 
 bool MergeLogs(const std::vector<std::string>& logs, std::vector<MergedRecord>& records,
                std::string& error) {
   records.clear();
-  LogTimePlacer placer;
-  for (const std::string& log : logs) {
-    int64_t previous = std::numeric_limits<int64_t>::min();
+  for (size_t log = 0; log < logs.size(); ++log) {
+    LogMoments moments;
     const auto take = [&](const LogRecord& record) {
-      previous = MomentOf(record, previous, placer);
-      records.push_back({record, previous});
+      records.push_back({record, moments.Next(record), log});
       return true;
     };
-    if (!ForEachRecord(LogFilesOf(log), take, error)) {
+    if (!ForEachRecord(LogFilesOf(logs[log]), take, error)) {
       return false;
     }
   }

@@ -5,6 +5,7 @@
 #define ORU_TOOLS_ORUCTL_LOG_MERGE_H
 
 #include "tools/oructl/log_records.h"
+#include "tools/oructl/log_time.h"
 
 #include <cstdint>
 #include <string>
@@ -15,13 +16,26 @@ namespace oructl {
 struct MergedRecord {
   LogRecord record;
   int64_t epochMs = 0;
+  size_t log = 0; // which of the logs merged it came from
 };
 
-// The records of `logs`, in time order. Within one log the order is the
-// log's own: a wall time that names two moments (the hour the end of
-// summer time repeats) is read as the later one once the log has passed
-// the earlier. Records of one moment keep the order of `logs`. A log that
-// is not there holds no records. False with `error` as ForEachRecord.
+// The moments of one log's records, given in the log's order: a wall time
+// that names two moments (the hour the end of summer time repeats) is read
+// as the later one once the log has passed the earlier. A time that is no
+// time reads as its fields taken for UTC.
+class LogMoments {
+public:
+  int64_t Next(const LogRecord& record);
+
+private:
+  LogTimePlacer placer_;
+  int64_t previous_ = INT64_MIN;
+};
+
+// The records of `logs`, in time order, each at its LogMoments moment.
+// Within one log the order is the log's own; records of one moment keep the
+// order of `logs`. A log that is not there holds no records. False with
+// `error` as ForEachRecord.
 bool MergeLogs(const std::vector<std::string>& logs, std::vector<MergedRecord>& records,
                std::string& error);
 

@@ -37,6 +37,9 @@ int Fail(const std::string& message);
 // Options that several commands take, said the same way by each.
 oru_tools::Option JsonOption();
 oru_tools::Option FileOption();
+// --file, repeatable, and --all: the logs a view of several logs reads.
+oru_tools::Option ManyFilesOption();
+oru_tools::Option AllLogsOption();
 oru_tools::Option NoPagerOption();
 oru_tools::Option LevelFilterOption();
 oru_tools::Completer TimeCompleter();
@@ -47,6 +50,10 @@ oru_tools::Completer TimeCompleter();
 // kNegative and gives an empty path; so does a log nobody configured, with
 // kError. The updater's own log may be missing (nothing written yet).
 std::string LogToRead(const oru_tools::CommandLine& line, int& status);
+// The logs a view reads: those named with --file and, with --all, every
+// log the preferences name; the updater's alone when neither is given.
+// Empty, with `status` set, when a log named with --file is not there.
+std::vector<std::string> LogsToRead(const oru_tools::CommandLine& line, int& status);
 // Reads the time option `name` (as log --since takes it) into `seconds`
 // and sets `has`; true when it is absent. False, with the mistake said, for
 // a value that is no time.
