@@ -1,5 +1,7 @@
 #include "locks/updater_lock.h"
 
+#include "platform/semaphore_wait.h"
+
 #include <algorithm>
 #include <boost/crc.hpp>
 #include <cstdlib>
@@ -58,9 +60,7 @@ int OpenOrCreate(key_t key, int initial, bool& init_failed) {
 bool Operate(int set, short change, short flags, const struct timespec* timeout = nullptr) {
   struct sembuf operation = {0, change, flags};
   while (true) {
-    const int result =
-        timeout ? semtimedop(set, &operation, 1, timeout) : semop(set, &operation, 1);
-    if (result == 0) {
+    if (platform::SemaphoreOperationWithin(set, operation, timeout) == 0) {
       return true;
     }
     if (errno != EINTR) {

@@ -1,5 +1,7 @@
 #include "oobe/file_lock.h"
 
+#include "platform/semaphore_wait.h"
+
 #include <algorithm>
 #include <errno.h>
 #include <mutex>
@@ -85,7 +87,7 @@ LockOutcome LockFileBounded(FileLockHandle& handle) {
   }
   // A signal may cut the wait short; the bound then starts again, which at
   // worst doubles it.
-  while (semtimedop(set, &take, 1, stuck ? nullptr : &bound) != 0) {
+  while (platform::SemaphoreOperationWithin(set, take, stuck ? nullptr : &bound) != 0) {
     if (errno == EAGAIN) {
       MarkStuck(set, true);
       return stuck ? LockOutcome::kStillHeld : LockOutcome::kTimedOut;

@@ -1,12 +1,11 @@
 #include "testing/child_process.h"
 
+#include <cstdlib>
 #include <errno.h>
 #include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sstream>
-#include <sys/mman.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -98,7 +97,24 @@ std::string ReadAll(ChildProgram& child) {
   return text;
 }
 
-ErrorCapture::ErrorCapture() : fd_(memfd_create("child errors", MFD_CLOEXEC)) {}
+namespace {
+
+// An unnamed file for a child's standard error: made in TMPDIR (or /tmp)
+// and unlinked at once.
+int OpenUnnamedFile() {
+  const char* folder = std::getenv("TMPDIR");
+  std::string name = std::string(folder && *folder ? folder : "/tmp") + "/oru-errors-XXXXXX";
+  const int fd = mkstemp(&name[0]);
+  if (fd >= 0) {
+    unlink(name.c_str());
+    (void)fcntl(fd, F_SETFD, FD_CLOEXEC);
+  }
+  return fd;
+}
+
+} // namespace
+
+ErrorCapture::ErrorCapture() : fd_(OpenUnnamedFile()) {}
 
 ErrorCapture::~ErrorCapture() {
   if (fd_ >= 0) {
@@ -176,12 +192,6 @@ pid_t StartQuietly(const std::string& program, const std::vector<std::string>& a
 } // namespace
 
 namespace {
-
-// A descriptor that becomes readable when the process ends, so that a wait
-// on many of them sleeps until one of them is done.
-int OpenProcessDescriptor(pid_t pid) {
-  return static_cast<int>(syscall(SYS_pidfd_open, pid, 0));
-}
 
 struct LaneProgram {
   pid_t pid;

@@ -55,6 +55,11 @@ private:
   int fd_;
 };
 
+// A descriptor that becomes readable when process `pid` ends, so that a
+// wait on many of them sleeps until one of them is done; -1 where the
+// system has none (the waiter then looks every few milliseconds).
+int OpenProcessDescriptor(pid_t pid);
+
 // Runs `lanes` sequences of short-lived programs side by side: each lane
 // starts its next program as soon as its previous one ends, `per_lane`
 // programs in all. `arguments_of(lane, index)` gives each one's arguments.

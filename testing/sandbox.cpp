@@ -7,9 +7,7 @@
 #include <fstream>
 #include <ftw.h>
 #include <iterator>
-#include <linux/fs.h>
 #include <stdexcept>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -140,21 +138,6 @@ void RemoveTree(const std::string& path) {
   // then remove depth first. Links are not followed.
   nftw(path.c_str(), UnlockEntry, 64, FTW_PHYS);
   nftw(path.c_str(), RemoveEntry, 64, FTW_PHYS | FTW_DEPTH);
-}
-
-bool SetImmutable(const std::string& path, bool immutable) {
-  const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
-  if (fd < 0) {
-    return false;
-  }
-  int flags = 0;
-  bool ok = ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
-  if (ok) {
-    flags = immutable ? (flags | FS_IMMUTABLE_FL) : (flags & ~FS_IMMUTABLE_FL);
-    ok = ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
-  }
-  close(fd);
-  return ok;
 }
 
 } // namespace oru_testing

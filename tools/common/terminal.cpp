@@ -1,5 +1,7 @@
 #include "tools/common/terminal.h"
 
+#include "platform/pipe.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -102,10 +104,10 @@ void Pager::Start() {
   }
   int data[2];
   int started[2]; // closed on a successful exec; carries errno otherwise
-  if (pipe2(data, O_CLOEXEC) != 0) {
+  if (!platform::MakeCloseOnExecPipe(data)) {
     return;
   }
-  if (pipe2(started, O_CLOEXEC) != 0) {
+  if (!platform::MakeCloseOnExecPipe(started)) {
     close(data[0]);
     close(data[1]);
     return;

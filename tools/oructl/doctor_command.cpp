@@ -10,15 +10,14 @@
 #include "oobe/log_rotation.h"
 #include "platform/disk_space.h"
 #include "platform/paths.h"
+#include "platform/semaphore_limits.h"
 #include "tools/common/json_output.h"
 #include "tools/oructl/ipc_state.h"
 #include "tools/oructl/oructl.h"
 
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <string>
-#include <sys/sem.h>
 #include <unistd.h>
 #include <vector>
 
@@ -48,16 +47,15 @@ bool WritableOrCanBeMade(const std::string& folder) {
 }
 
 Check SemaphoreRoom() {
-  std::ifstream limits("/proc/sys/kernel/sem");
-  long semmsl = 0, semmns = 0, semopm = 0, semmni = 0;
-  limits >> semmsl >> semmns >> semopm >> semmni;
-  struct seminfo info {};
-  const int used = semctl(0, 0, SEM_INFO, reinterpret_cast<struct semid_ds*>(&info));
-  const long in_use = used < 0 ? 0 : info.semusz;
-  const bool ok = semmni == 0 || in_use + 8 <= semmni;
+  const char* fix = "raise kernel.sem (the fourth number, SEMMNI) or remove unused sets with ipcrm";
+  platform::SemaphoreSetCount count;
+  if (!platform::CountSemaphoreSets(count)) {
+    return {"System V semaphore sets", true, "the system does not say how many are in use", fix};
+  }
+  const bool ok = count.allowed == 0 || count.inUse + 8 <= count.allowed;
   return {"System V semaphore sets", ok,
-          std::to_string(in_use) + " of " + std::to_string(semmni) + " sets in use",
-          "raise kernel.sem (the fourth number, SEMMNI) or remove unused sets with ipcrm"};
+          std::to_string(count.inUse) + " of " + std::to_string(count.allowed) + " sets in use",
+          fix};
 }
 
 Check PrefsFile(const std::string& path) {

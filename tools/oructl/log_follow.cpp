@@ -1,11 +1,10 @@
 #include "tools/oructl/log_follow.h"
 
+#include "platform/folder_watch.h"
 #include "platform/paths.h"
 
 #include <cerrno>
 #include <cstring>
-#include <poll.h>
-#include <sys/inotify.h>
 #include <sys/stat.h>
 
 namespace oructl {
@@ -170,29 +169,22 @@ private:
 
 bool FollowLog(const std::string& live, ReadPosition from, const RecordAssembler::Sink& sink,
                std::string& error) {
-  platform::ScopedFd events(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-  if (!events.valid()) {
-    error = std::string("cannot watch the log: ") + std::strerror(errno);
-    return false;
-  }
   // The folder is watched rather than the file, so that a file made or
   // replaced there is seen too. A folder that cannot be watched (not there
   // yet) is looked at every second instead.
-  (void)inotify_add_watch(events.get(), platform::DirName(live).c_str(),
-                          IN_MODIFY | IN_CREATE | IN_MOVED_TO | IN_DELETE | IN_MOVED_FROM |
-                              IN_CLOSE_WRITE | IN_ATTRIB);
+  platform::FolderWatch folder;
+  if (!folder.Start(platform::DirName(live))) {
+    error = std::string("cannot watch the log: ") + std::strerror(errno);
+    return false;
+  }
   Follower follower(live, sink);
   if (!follower.Start(from, error)) {
     return false;
   }
   while (follower.CatchUp(error)) {
-    struct pollfd ready = {events.get(), POLLIN, 0};
-    if (poll(&ready, 1, kLookAgainMs) < 0 && errno != EINTR) {
+    if (!folder.Wait(kLookAgainMs)) {
       error = std::string("cannot watch the log: ") + std::strerror(errno);
       return false;
-    }
-    char drained[4096];
-    while (read(events.get(), drained, sizeof drained) > 0) {
     }
   }
   return error.empty();

@@ -1,5 +1,4 @@
 #include "testing/namespaces.h"
-
 #include "testing/sandbox.h"
 
 #include <algorithm>

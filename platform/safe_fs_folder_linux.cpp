@@ -1,7 +1,8 @@
 // Folder descriptors on Linux: O_PATH, which needs only search rights and
 // never opens the folder for reading.
 #if !defined(__linux__)
-#error "safe_fs_linux.cpp is the Linux backend; macOS uses O_RDONLY folders in mac/safe_fs_mac.cpp"
+#error                                                                                             \
+    "safe_fs_folder_linux.cpp uses O_PATH, which only Linux has; elsewhere safe_fs_folder_posix.cpp"
 #endif
 
 #include "platform/safe_fs_internal.h"
