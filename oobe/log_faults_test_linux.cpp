@@ -5,6 +5,8 @@
 #include "oobe/log_line.h"
 #include "oobe/log_rotation.h"
 #include "oobe/log_target.h"
+#include "platform/fs_ops.h"
+#include "platform/paths.h"
 #include "testing/child_process.h"
 #include "testing/fault_injection_linux.h"
 #include "testing/log_test_support.h"
@@ -13,7 +15,6 @@
 #include "testing/sandbox.h"
 
 #include <algorithm>
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <set>
 #include <sstream>
@@ -54,19 +55,7 @@ bool IsRecordKey(const std::string& key) {
 
 // The files of the log, its copies (oldest first) and then the live one.
 std::vector<std::string> LogFiles(const std::string& folder) {
-  std::vector<std::string> copies;
-  DIR* dir = opendir(folder.c_str());
-  while (const struct dirent* entry = dir ? readdir(dir) : nullptr) {
-    if (IsRotatedCopyName(kLogName, entry->d_name)) {
-      copies.push_back(folder + "/" + entry->d_name);
-    }
-  }
-  if (dir) {
-    closedir(dir);
-  }
-  std::sort(copies.begin(), copies.end());
-  copies.push_back(folder + "/" + kLogName);
-  return copies;
+  return oobe::testing::LogFilesOf(folder + "/" + kLogName);
 }
 
 class LogFaultsTest : public ::testing::Test {
@@ -75,7 +64,7 @@ protected:
   // the next writer rotates it when it opens it.
   void PrepareDueLog() {
     for (const std::string& file : LogFiles(folder_)) {
-      unlink(file.c_str());
+      (void)platform::DeletePath(file);
     }
     std::string text;
     const size_t line_bytes = 10240;
@@ -134,7 +123,7 @@ protected:
 // Each call that writing records to a log due for rotation makes, failed in
 // turn with each error of a failing disk (and writes cut in half).
 TEST_F(LogFaultsTest, EveryFailedCallLeavesWholeRecordsAndTheNextWriterStartsCleanly) {
-  ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
+  ASSERT_TRUE(platform::CreateDirectoryTree(folder_));
   const std::string counts_file = sandbox_.Path("counts");
   PrepareDueLog();
   {
@@ -169,7 +158,7 @@ TEST_F(LogFaultsTest, EveryFailedCallLeavesWholeRecordsAndTheNextWriterStartsCle
 // Records that could not be written are said once per process, naming the
 // log and the system's error, however many of them there were.
 TEST_F(LogFaultsTest, RecordsNotWrittenAreSaidOncePerProcessWithTheCause) {
-  ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
+  ASSERT_TRUE(platform::CreateDirectoryTree(folder_));
   const oru_testing::ErrorCapture errors;
   {
     const oru_testing::ScopedFaults faults(ORU_FAULT_INJECTION, folder_, "write:2:EIO");
@@ -187,7 +176,7 @@ TEST_F(LogFaultsTest, RecordsNotWrittenAreSaidOncePerProcessWithTheCause) {
 // failure is said once on standard error and once, as a WARN record, in
 // the live log, and the records go on.
 TEST_F(LogFaultsTest, ARotationThatCannotBeMadeIsSaidOnceAndLeavesOneWarnRecord) {
-  ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
+  ASSERT_TRUE(platform::CreateDirectoryTree(folder_));
   PrepareDueLog();
   const oru_testing::ErrorCapture errors;
   {
@@ -217,7 +206,7 @@ TEST_F(LogFaultsTest, ARotationThatCannotBeMadeIsSaidOnceAndLeavesOneWarnRecord)
 // A record cut short whose bytes cannot be given back either: the line
 // stays cut, but the next writer's record is a line of its own.
 TEST_F(LogFaultsTest, ARecordThatCannotBeGivenBackNeverSwallowsTheNextOne) {
-  ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
+  ASSERT_TRUE(platform::CreateDirectoryTree(folder_));
   {
     const oru_testing::ScopedFaults faults(ORU_FAULT_INJECTION, folder_,
                                            "write:2:half,ftruncate:1:EIO");
@@ -242,7 +231,7 @@ TEST_F(LogFaultsTest, ADiskFullToItsLastByteCutsNoRecordAndFreedSpaceIsUsedAgain
   if (geteuid() != 0) {
     GTEST_SKIP() << "needs root: mounts a small disk";
   }
-  ASSERT_EQ(mkdir(folder_.c_str(), 0755), 0);
+  ASSERT_TRUE(platform::CreateDirectoryTree(folder_));
   oru_testing::MemoryDisk disk(folder_, 64 * 1024);
   ASSERT_TRUE(disk.mounted());
   WriteRecords("before", kRecords);

@@ -1,5 +1,5 @@
 // One System V semaphore operation that waits no longer than a bound.
-// Linux has semtimedop for it; elsewhere (macOS has semop alone) the
+// Linux has a timed semop for it; elsewhere (macOS has semop alone) the
 // operation is tried without waiting, again and again, with short sleeps
 // between the tries, until it succeeds or the bound has passed.
 #ifndef ORU_PLATFORM_SEMAPHORE_WAIT_H

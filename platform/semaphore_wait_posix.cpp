@@ -32,13 +32,13 @@ int SemaphoreOperationWithin(int set, struct sembuf& operation, const struct tim
   while (semop(set, &attempt, 1) != 0) {
     const int64_t left = deadline - MonotonicNanoseconds();
     if (errno != EAGAIN || left <= 0) {
-      return -1; // EAGAIN once the bound has passed, as semtimedop says it
+      return -1; // EAGAIN once the bound has passed, as the timed wait says it
     }
     const int64_t sleep_ns = std::min(pause, left);
     const struct timespec nap = {static_cast<time_t>(sleep_ns / 1000000000),
                                  static_cast<long>(sleep_ns % 1000000000)};
     if (nanosleep(&nap, nullptr) != 0) {
-      return -1; // EINTR, as a signal ends semtimedop's wait
+      return -1; // EINTR, as a signal ends the timed wait
     }
     pause = std::min(pause * 2, kLongestPauseNs);
   }

@@ -1,5 +1,10 @@
 #include "testing/log_test_support.h"
 
+#include "oobe/log_rotation.h"
+#include "platform/paths.h"
+#include "platform/safe_fs.h"
+
+#include <algorithm>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -65,6 +70,25 @@ std::string LocalDate(int day_offset) {
   char text[32];
   strftime(text, sizeof text, "%Y-%m-%d", &local);
   return text;
+}
+
+std::vector<std::string> LogFilesOf(const std::string& log) {
+  const std::string folder = platform::DirName(log);
+  const std::string live = platform::BaseName(log);
+  std::vector<std::string> names;
+  platform::FolderHandle handle;
+  if (platform::OpenFolder(folder, handle)) {
+    (void)platform::ListFolder(handle, names);
+  }
+  std::vector<std::string> files;
+  for (const std::string& name : names) {
+    if (IsRotatedCopyName(live, name)) {
+      files.push_back(folder + "/" + name);
+    }
+  }
+  std::sort(files.begin(), files.end());
+  files.push_back(log);
+  return files;
 }
 
 } // namespace testing

@@ -16,6 +16,10 @@ int64_t UtcMs(int year, int month, int day, int hour, int minute, int second, in
 // The file's lines without their newlines.
 std::vector<std::string> LinesOf(const std::string& path);
 
+// The files of the log at `log`: its rotated copies, oldest first, then
+// the live file itself (whether or not it is there).
+std::vector<std::string> LogFilesOf(const std::string& log);
+
 // The message part of a line (after the ninth separator).
 std::string MessageOf(const std::string& line);
 

@@ -10,6 +10,7 @@
 #include "oobe/log_line.h"
 #include "oobe/log_rotation.h"
 #include "testing/fault_injection_linux.h"
+#include "testing/log_test_support.h"
 #include "testing/memory_disk_linux.h"
 #include "tests/e2e/e2e_fixture.h"
 
@@ -55,20 +56,7 @@ protected:
 
   // The files of a log, its rotated copies first.
   static std::vector<std::string> FilesOf(const std::string& log) {
-    std::vector<std::string> files;
-    const std::string folder = log.substr(0, log.rfind('/'));
-    DIR* dir = opendir(folder.c_str());
-    while (const struct dirent* entry = dir ? readdir(dir) : nullptr) {
-      if (oobe::IsRotatedCopyName(log.substr(folder.size() + 1), entry->d_name)) {
-        files.push_back(folder + "/" + entry->d_name);
-      }
-    }
-    if (dir) {
-      closedir(dir);
-    }
-    std::sort(files.begin(), files.end());
-    files.push_back(log);
-    return files;
+    return oobe::testing::LogFilesOf(log);
   }
 
   // Every line of the log is a whole record on a line of its own (the end
