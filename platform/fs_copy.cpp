@@ -14,8 +14,7 @@ namespace platform {
 namespace internal {
 
 bool CopyByReading(int from, int to) {
-  constexpr size_t kChunkBytes = 1 << 20;
-  std::vector<char> chunk(kChunkBytes);
+  std::vector<char> chunk(kCopyChunkBytes);
   while (true) {
     const ssize_t got = read(from, chunk.data(), chunk.size());
     if (got == 0) {

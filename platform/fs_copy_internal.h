@@ -2,8 +2,13 @@
 #ifndef ORU_PLATFORM_FS_COPY_INTERNAL_H
 #define ORU_PLATFORM_FS_COPY_INTERNAL_H
 
+#include <cstddef>
+
 namespace platform {
 namespace internal {
+
+// How much one copy call moves at most.
+constexpr size_t kCopyChunkBytes = 1 << 20;
 
 // Reads `from` from its offset to its end and writes it all to `to`.
 bool CopyByReading(int from, int to);

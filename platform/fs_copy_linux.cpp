@@ -13,9 +13,9 @@
 namespace platform {
 
 bool CopyFileData(int from, int to) {
-  constexpr size_t kChunkBytes = 1 << 20;
   while (true) {
-    const ssize_t copied = copy_file_range(from, nullptr, to, nullptr, kChunkBytes, 0);
+    const ssize_t copied =
+        copy_file_range(from, nullptr, to, nullptr, internal::kCopyChunkBytes, 0);
     if (copied == 0) {
       return true;
     }

@@ -32,6 +32,17 @@ protected:
     return report;
   }
 
+  // Runs a hand-over whose post comes 20 ms after the launcher waits, with
+  // --trace; the trace file, or "" when the run failed.
+  std::string TraceOfAHandOver() {
+    int exit_code = -1;
+    const std::string file = sandbox_->Path("handover.trace.json");
+    const std::string report =
+        Run({"--scenario", "post-after", "--post-delay", "20", "--trace", file}, exit_code);
+    EXPECT_EQ(exit_code, 0) << report;
+    return exit_code == 0 ? file : std::string();
+  }
+
   static bool Says(const std::string& report, const std::string& field) {
     return report.find(field) != std::string::npos;
   }
@@ -72,11 +83,8 @@ void ExpectValidTrace(const nlohmann::json& trace) {
 
 TEST_F(InstallerSimTest, TraceHoldsTheFiveSpansOfAHandOverInOrder) {
   e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
-  int exit_code = -1;
-  const std::string file = sandbox_->Path("handover.trace.json");
-  const std::string report =
-      Run({"--scenario", "post-after", "--post-delay", "20", "--trace", file}, exit_code);
-  ASSERT_EQ(exit_code, 0) << report;
+  const std::string file = TraceOfAHandOver();
+  ASSERT_FALSE(file.empty());
   const nlohmann::json trace = nlohmann::json::parse(oru_testing::ReadFile(file));
   ExpectValidTrace(trace);
   std::vector<std::string> names;
@@ -240,11 +248,8 @@ nlohmann::json SpanOf(const nlohmann::json& process, const std::string& name) {
 
 TEST_F(InstallerSimTest, TheSimulatorsTraceLoadsInTheTraceEngineWithEverySpanInItsBounds) {
   e2e::FakeZelto zelto(ZeltoPath(), ORU_FAKE_ZELTO);
-  int exit_code = -1;
-  const std::string file = sandbox_->Path("handover.trace.json");
-  const std::string report =
-      Run({"--scenario", "post-after", "--post-delay", "20", "--trace", file}, exit_code);
-  ASSERT_EQ(exit_code, 0) << report;
+  const std::string file = TraceOfAHandOver();
+  ASSERT_FALSE(file.empty());
   const nlohmann::json loaded = LoadedByTheTraceEngine(file);
   ASSERT_FALSE(loaded.is_null());
   ASSERT_EQ(loaded["processes"].size(), 3u) << loaded.dump(1);
